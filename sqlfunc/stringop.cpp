@@ -1,0 +1,307 @@
+// Scalar string functions: case, substrings, concatenation, fields, typed
+// empty columns and numeric extremes.
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "sqlfunc/hostcall.hpp"
+#include "udfkit/sqlfunc.h"
+
+using udfkit::guarded;
+using udfkit::PoppedText;
+
+namespace {
+
+constexpr int32_t kCaseCap = 2048;
+constexpr int32_t kCapitalizeCap = 200;
+constexpr int32_t kReplaceCap = 4096;
+
+template <int (*Map)(int)>
+void map_case(const HostCallTable *t) {
+    char buf[kCaseCap];
+    buf[0] = '\0';
+    t->PopString(buf, kCaseCap);
+    buf[kCaseCap - 1] = '\0';
+    for (unsigned char *p = reinterpret_cast<unsigned char *>(buf); *p; ++p)
+        *p = static_cast<unsigned char>(Map(*p));
+    t->PushString(buf);
+}
+
+// Display width of an argument in the describe answers of concat and merge.
+int32_t display_width(const ArgDesc &a) {
+    switch (a.type) {
+    case UDF_T_CHAR: return a.size;
+    case UDF_T_SMALLINT: case UDF_T_INTEGER: case UDF_T_SERIAL: return 8;
+    case UDF_T_FLOAT: return 12;
+    case UDF_T_DECIMAL: return ((a.size >> 8) & 0xff) + 2;
+    case UDF_T_DATE: return 10;
+    case UDF_T_DATETIME32: case UDF_T_DATETIME: return 19;
+    case UDF_T_VCHAR: case UDF_T_BLOB: return 1000;
+    default: return 0;
+    }
+}
+
+// Pops nargs length-sized strings; element 0 is the first argument.
+std::vector<std::string> pop_all_whole(const HostCallTable *t, int32_t nargs) {
+    std::vector<std::string> texts(nargs > 0 ? static_cast<size_t>(nargs) : 0);
+    for (size_t i = texts.size(); i-- > 0;) {
+        PoppedText p(t);
+        texts[i].assign(p.c_str());
+    }
+    return texts;
+}
+
+template <bool Max>
+void extreme(const HostCallTable *t, int32_t nargs) {
+    double kept = 0;
+    t->PopDouble(&kept);
+    for (int32_t i = 1; i < nargs; ++i) {
+        double v = 0;
+        t->PopDouble(&v);
+        // Comparisons with a NaN are false: a NaN is never taken in, and a
+        // NaN popped first stays.
+        if (Max ? (v > kept) : (kept > v)) kept = v;
+    }
+    t->PushDouble(kept);
+}
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API void upper(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                      int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
+    map_case<::toupper>(t);
+}
+
+UDFKIT_API void lower(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                      int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
+    map_case<::tolower>(t);
+}
+
+UDFKIT_API void capitalize(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                           int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
+    char buf[kCapitalizeCap];
+    buf[0] = '\0';
+    t->PopString(buf, kCapitalizeCap);
+    buf[kCapitalizeCap - 1] = '\0';
+    if (buf[0]) {
+        for (unsigned char *p = reinterpret_cast<unsigned char *>(buf); *p; ++p)
+            *p = static_cast<unsigned char>(std::tolower(*p));
+        buf[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(buf[0])));
+    }
+    t->PushString(buf);
+}
+
+UDFKIT_API void basename(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                         int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
+    char buf[kCaseCap];
+    buf[0] = '\0';
+    t->PopString(buf, kCaseCap);
+    buf[kCaseCap - 1] = '\0';
+    const char *slash = std::strrchr(buf, '/');
+    t->PushString(slash ? slash + 1 : buf);
+}
+
+UDFKIT_API void lastchars(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                          int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, UDF_T_CHAR, 2)) return;
+    int32_t count = 0;
+    t->PopInt(&count);
+    char buf[kCaseCap];
+    buf[0] = '\0';
+    t->PopString(buf, kCaseCap);
+    buf[kCaseCap - 1] = '\0';
+    const uint64_t len = std::strlen(buf);
+    // Compared unsigned after widening with the sign: a negative count is huge.
+    const uint64_t want = static_cast<uint64_t>(static_cast<int64_t>(count));
+    t->PushString(want >= len ? buf : buf + (len - want));
+}
+
+UDFKIT_API void strpos(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                       int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 2)) return;
+    guarded([&] {
+        int32_t start = 0;
+        t->PopInt(&start);
+        char ch[2] = {0, 0};
+        t->PopString(ch, 2);
+        PoppedText text(t);
+        const char wanted = ch[0] ? ch[0] : ' ';
+        const uint64_t len = text.length();
+        if (len < static_cast<uint64_t>(static_cast<int64_t>(start))) {
+            t->PushInt(0);
+            return;
+        }
+        // Start 0 would begin one byte before the text: it searches from the
+        // first byte, as start 1 does.
+        const size_t from = start > 0 ? static_cast<size_t>(start - 1) : 0;
+        const char *hit = std::strchr(text.c_str() + from, wanted);
+        t->PushInt(hit ? static_cast<int32_t>(hit - text.c_str()) + 1 : 0);
+    });
+}
+
+UDFKIT_API void valascii(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                         int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 2)) return;
+    char ch[2] = {0, 0};
+    t->PopString(ch, 2);
+    if (ch[0])
+        t->PushInt(static_cast<signed char>(ch[0]));
+    else
+        t->PushString("");
+}
+
+UDFKIT_API void strreplace(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                           int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
+    guarded([&] {
+        char repl[kReplaceCap], search[kReplaceCap];
+        repl[0] = search[0] = '\0';
+        t->PopString(repl, kReplaceCap);
+        t->PopString(search, kReplaceCap);
+        repl[kReplaceCap - 1] = search[kReplaceCap - 1] = '\0';
+        PoppedText text(t, 1);
+        const char *s = text.c_str();
+        const size_t slen = std::strlen(search);
+        // An empty search string would never advance the scan: the text comes
+        // back unchanged.
+        if (slen == 0) {
+            t->PushString(s);
+            return;
+        }
+        const size_t rlen = std::strlen(repl);
+        // The result is never cut: the output grows past 2 x N when the
+        // replacements need it.
+        std::string out;
+        out.reserve(2 * static_cast<size_t>(text.capacity()) + 1);
+        while (*s) {
+            if (*s == search[0] && std::strncmp(s, search, slen) == 0) {
+                out.append(repl, rlen);
+                s += slen;
+            } else {
+                out.push_back(*s++);
+            }
+        }
+        t->PushString(out.c_str());
+    });
+}
+
+UDFKIT_API void concat(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                       int32_t *rtype, int32_t *rsize) {
+    if (!t) {
+        int32_t size = 0;
+        for (int32_t i = 0; args && i < nargs; ++i) size += display_width(args[i]);
+        udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, size);
+        return;
+    }
+    guarded([&] {
+        std::vector<std::string> texts = pop_all_whole(t, nargs);
+        std::string out;
+        for (const std::string &s : texts) out += s;
+        t->PushString(out.c_str());
+    });
+}
+
+UDFKIT_API void merge(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                      int32_t *rtype, int32_t *rsize) {
+    if (!t) {
+        int32_t size = 0;
+        for (int32_t i = 0; args && i < nargs; ++i) size += display_width(args[i]) + 1;
+        udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, size - 1);
+        return;
+    }
+    guarded([&] {
+        std::vector<std::string> texts = pop_all_whole(t, nargs);
+        std::string out;
+        for (size_t i = 0; i < texts.size(); ++i) {
+            if (texts[i].empty()) continue;
+            out += texts[i];
+            if (i + 1 < texts.size()) out += ' ';
+        }
+        t->PushString(out.c_str());
+    });
+}
+
+UDFKIT_API void champ(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                      int32_t *rtype, int32_t *rsize) {
+    if (!t) {
+        udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR,
+                               (nargs >= 1 && args) ? args[0].size : 0);
+        return;
+    }
+    guarded([&] {
+        int32_t n = 0;
+        t->PopInt(&n);
+        char sep[2] = {0, 0};
+        t->PopString(sep, 2);
+        const char separator = sep[0] ? sep[0] : ' ';
+        PoppedText text(t);
+        char *out = text.data();  // the field is never longer than the text
+        size_t w = 0;
+        int64_t counter = n;
+        for (const char *p = text.c_str(); *p; ++p) {
+            if (*p == separator) {
+                if (--counter == 0) break;
+            } else if (counter == 1) {
+                out[w++] = *p;  // w never passes p: writing in place is safe
+            }
+        }
+        out[w] = '\0';
+        t->PushString(out);
+    });
+}
+
+UDFKIT_API void charcolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                           int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, UDF_T_CHAR, 1)) return;
+    int32_t ignored = 0;
+    t->PopInt(&ignored);
+    t->PushString("");
+}
+
+UDFKIT_API void vcharcolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                            int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, UDF_T_VCHAR, 1)) return;
+    int32_t ignored = 0;
+    t->PopInt(&ignored);
+    t->PushString("");
+}
+
+UDFKIT_API void datecolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                           int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_DATE, 4)) return;
+    t->PushString("");  // the host turns the empty text into the null date
+}
+
+UDFKIT_API void datetimecolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                               int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_DATETIME, 8)) return;
+    t->PushDateTime(INT64_MIN);  // the null datetime 0x8000000000000000
+}
+
+UDFKIT_API void intcolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                          int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 2)) return;
+    t->PushInt(32768);  // low 16 bits 0x8000: the null smallint
+}
+
+UDFKIT_API void minx(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                     int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_FLOAT, 8)) return;
+    extreme<false>(t, nargs);
+}
+
+UDFKIT_API void maxx(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                     int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_FLOAT, 8)) return;
+    extreme<true>(t, nargs);
+}
+
+}  // extern "C"

@@ -1,0 +1,53 @@
+// The shared library exports exactly the interface: every name listed in
+// tests/exports/*.txt, and nothing else.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+namespace {
+
+std::set<std::string> listed() {
+    std::set<std::string> names;
+    for (const auto &e : std::filesystem::directory_iterator(UDFKIT_SOURCE_DIR "/tests/exports")) {
+        if (e.path().extension() != ".txt") continue;
+        std::ifstream in(e.path());
+        std::string line;
+        while (std::getline(in, line))
+            if (!line.empty() && line[0] != '#') names.insert(line);
+    }
+    return names;
+}
+
+std::set<std::string> exported() {
+    std::set<std::string> names;
+    std::string cmd = "nm -D --defined-only " UDFKIT_SHARED_LIBRARY;
+    FILE *p = popen(cmd.c_str(), "r");
+    if (!p) return names;
+    char line[1024];
+    while (std::fgets(line, sizeof line, p)) {
+        char addr[64], kind[8], name[900];
+        if (std::sscanf(line, "%63s %7s %899s", addr, kind, name) != 3) continue;
+        std::string n = name;
+        if (auto at = n.find('@'); at != std::string::npos) n.resize(at);
+        // Symbols of the C++ runtime and linker bookkeeping are not ours.
+        if (n.rfind("_ZN", 0) == 0 || n.rfind("_ZT", 0) == 0 || n.rfind("_ZS", 0) == 0 ||
+            n == "_init" || n == "_fini" || n == "__bss_start" || n == "_edata" || n == "_end")
+            continue;
+        names.insert(n);
+    }
+    pclose(p);
+    return names;
+}
+
+TEST(Exports, ExactlyTheInterface) {
+    const auto want = listed(), have = exported();
+    ASSERT_FALSE(have.empty()) << "could not list " UDFKIT_SHARED_LIBRARY;
+    for (const auto &n : want) EXPECT_TRUE(have.count(n)) << "not exported: " << n;
+    for (const auto &n : have) EXPECT_TRUE(want.count(n)) << "exported but not interface: " << n;
+}
+
+}  // namespace

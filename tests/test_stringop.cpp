@@ -1,0 +1,242 @@
+// Unit tests of the string family through the in-memory test host.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "host/testhost.hpp"
+#include "udfkit/sqlfunc.h"
+
+using namespace udfkit::test;
+
+namespace {
+
+struct Case {
+    const char *name;
+    udfkit_sqlfunc fn;
+    std::vector<Value> args;
+    Value expected;
+};
+
+void run_cases(const std::vector<Case> &cases) {
+    for (const Case &c : cases) {
+        TestHost h;
+        Outcome o = h.call(c.fn, c.args);
+        EXPECT_TRUE(o.exact(1)) << c.name << ": popped " << o.popped << ", left " << o.leftover
+                                << ", pushed " << o.pushed.size();
+        EXPECT_EQ(o.result(), c.expected) << c.name;
+    }
+}
+
+TEST(StringFunctions, CaseAndSubstrings) {
+    run_cases({
+        {"upper", upper, {S("aBc")}, S("ABC")},
+        {"lower", lower, {S("aBc")}, S("abc")},
+        {"upper empty", upper, {S("")}, S("")},
+        {"upper high bytes kept", upper, {S("\xe9t\xe9")}, S("\xe9T\xe9")},
+        {"capitalize", capitalize, {S("hello WORLD")}, S("Hello world")},
+        {"capitalize empty", capitalize, {S("")}, S("")},
+        {"basename dir", basename, {S("/usr/lib/")}, S("")},
+        {"basename file", basename, {S("file")}, S("file")},
+        {"basename path", basename, {S("/a/b/c.txt")}, S("c.txt")},
+        {"lastchars 2", lastchars, {S("abcdef"), I(2)}, S("ef")},
+        {"lastchars past length", lastchars, {S("abc"), I(5)}, S("abc")},
+        {"lastchars negative", lastchars, {S("abc"), I(-1)}, S("abc")},
+        {"lastchars 0", lastchars, {S("abc"), I(0)}, S("")},
+        {"lastchars exact", lastchars, {S("abc"), I(3)}, S("abc")},
+        {"strpos from 1", strpos, {S("banana"), S("n"), I(1)}, I(3)},
+        {"strpos from 4", strpos, {S("banana"), S("n"), I(4)}, I(5)},
+        {"strpos from 6", strpos, {S("banana"), S("n"), I(6)}, I(0)},
+        {"strpos past end", strpos, {S("banana"), S("n"), I(7)}, I(0)},
+        {"strpos negative", strpos, {S("banana"), S("n"), I(-3)}, I(0)},
+        {"strpos start 0", strpos, {S("banana"), S("b"), I(0)}, I(1)},
+        {"strpos blank", strpos, {S("a b"), S(""), I(1)}, I(2)},
+        {"strpos only first char", strpos, {S("banana"), S("na"), I(1)}, I(3)},
+        {"valascii A", valascii, {S("A")}, I(65)},
+        {"valascii empty", valascii, {S("")}, S("")},
+        {"valascii high byte", valascii, {S("\xe9")}, I(-23)},
+        {"strreplace grow", strreplace, {S("aaa"), S("a"), S("bb")}, S("bbbbbb")},
+        {"strreplace delete", strreplace, {S("abcabc"), S("bc"), S("")}, S("aa")},
+        {"strreplace no overlap", strreplace, {S("aaaa"), S("aa"), S("x")}, S("xx")},
+        {"strreplace empty text", strreplace, {S(""), S("a"), S("b")}, S("")},
+        {"strreplace empty search", strreplace, {S("abc"), S(""), S("x")}, S("abc")},
+        {"strreplace beyond 2N", strreplace, {S("aa"), S("a"), S("xyz")}, S("xyzxyz")},
+    });
+}
+
+TEST(StringFunctions, ConcatenationAndFields) {
+    run_cases({
+        {"concat", concat, {S("ab"), S(""), S("cd")}, S("abcd")},
+        {"concat none", concat, {}, S("")},
+        {"merge skips empty", merge, {S("ab"), S(""), S("cd")}, S("ab cd")},
+        {"merge leading empty", merge, {S(""), S("ab")}, S("ab")},
+        {"merge trailing empty", merge, {S("ab"), S("")}, S("ab ")},
+        {"merge trailing blank kept", merge, {S("a"), S("b"), S("")}, S("a b ")},
+        {"merge none", merge, {}, S("")},
+        {"champ 1", champ, {S("a;b;c"), S(";"), I(1)}, S("a")},
+        {"champ 2", champ, {S("a;b;c"), S(";"), I(2)}, S("b")},
+        {"champ 3", champ, {S("a;b;c"), S(";"), I(3)}, S("c")},
+        {"champ 4", champ, {S("a;b;c"), S(";"), I(4)}, S("")},
+        {"champ 0", champ, {S("a;b;c"), S(";"), I(0)}, S("")},
+        {"champ -1", champ, {S("a;b;c"), S(";"), I(-1)}, S("")},
+        {"champ empty field", champ, {S("a;;c"), S(";"), I(2)}, S("")},
+        {"champ after empty", champ, {S("a;;c"), S(";"), I(3)}, S("c")},
+        {"champ blank separator", champ, {S("x y z"), S(""), I(2)}, S("y")},
+    });
+}
+
+TEST(StringFunctions, TypedColumnsAndExtremes) {
+    run_cases({
+        {"charcolumn", charcolumn, {I(12)}, S("")},
+        {"vcharcolumn", vcharcolumn, {I(40)}, S("")},
+        {"datecolumn", datecolumn, {}, S("")},
+        {"datetimecolumn", datetimecolumn, {}, Value::datetime(INT64_MIN)},
+        {"intcolumn", intcolumn, {}, I(32768)},
+        {"minx", minx, {D(3), D(1), D(2)}, D(1)},
+        {"maxx", maxx, {D(3), D(1), D(2)}, D(3)},
+        {"minx one", minx, {D(7.5)}, D(7.5)},
+        {"maxx negative", maxx, {D(-3), D(-1), D(-2)}, D(-1)},
+        {"minx ints", minx, {I(4), I(-9)}, D(-9)},
+    });
+}
+
+TEST(StringFunctions, ExtremesAndNaN) {
+    TestHost h;
+    // A NaN popped first stays; a NaN popped later is never taken in.
+    Outcome o = h.call(maxx, {D(5), D(NAN)});
+    ASSERT_TRUE(o.exact(1));
+    EXPECT_TRUE(std::isnan(o.result().d));
+    o = h.call(maxx, {D(NAN), D(5)});
+    ASSERT_TRUE(o.exact(1));
+    EXPECT_EQ(o.result(), D(5));
+    // With nargs 0 one value is still popped and returned.
+    h.stack.push_back(D(4.25));
+    o = h.call(minx, {}, 0);
+    EXPECT_EQ(o.popped, 1);
+    EXPECT_EQ(o.result(), D(4.25));
+}
+
+TEST(StringFunctions, Capacities) {
+    TestHost h;
+    const std::string big(5000, 'x');
+    Outcome o = h.call(upper, {S(big)});
+    EXPECT_EQ(o.result().s, std::string(2047, 'X'));
+    o = h.call(capitalize, {S(std::string(300, 'b'))});
+    EXPECT_EQ(o.result().s, "B" + std::string(198, 'b'));
+    o = h.call(lastchars, {S(big + "yz"), I(2)});
+    EXPECT_EQ(o.result().s, "xx");  // the text was cut at 2047 before the tail is taken
+    // Length-sized pops are whole, however long.
+    o = h.call(strpos, {S(big + "q"), S("q"), I(1)});
+    EXPECT_EQ(o.result(), I(5001));
+    o = h.call(strreplace, {S(big), S("x"), S("yy")});
+    EXPECT_EQ(o.result().s.size(), 10000u);
+    o = h.call(champ, {S(big + ";z"), S(";"), I(2)});
+    EXPECT_EQ(o.result(), S("z"));
+    // strreplace pops search and replacement with capacity 4096.
+    o = h.call(strreplace, {S("ab"), S("a"), S(std::string(5000, 'r'))});
+    EXPECT_EQ(o.result().s, std::string(4095, 'r') + "b");
+}
+
+TEST(GroupConcat, AccumulatesNewestFirst) {
+    TestHost h;
+    std::string acc;
+    for (const char *v : {"x", "y", "", "z"}) {
+        Outcome o = h.call_aggregate(group_concat, {S(v), S(",")}, S(acc));
+        ASSERT_TRUE(o.exact(1));
+        EXPECT_EQ(o.popped, 3);
+        acc = o.result().s;
+    }
+    EXPECT_EQ(acc, "z,y,x");
+}
+
+TEST(GroupConcat, WrongCountAndCapacity) {
+    TestHost h;
+    Outcome o = h.call_aggregate(group_concat, {S("x")}, S("acc"));
+    EXPECT_EQ(o.popped, 0);
+    EXPECT_EQ(o.result(), S("error"));
+    EXPECT_EQ(o.leftover, 2);
+    const std::string v(2000, 'v'), a(2000, 'a');
+    o = h.call_aggregate(group_concat, {S(v), S("|")}, S(a));
+    EXPECT_EQ(o.result().s, std::string(1024, 'v') + "|" + std::string(1024, 'a'));
+}
+
+TEST(ListMatches, CountsTokens) {
+    struct {
+        const char *list, *delims, *pattern;
+        double expected;
+    } cases[] = {
+        {"a,b,,c", ",", "b", 1.0 / 3},
+        {"", ",", "*", 0.0},
+        {",,,", ",", "*", 0.0},
+        {"abc", ",", "a*", 1.0},
+        {"abc", ",", "x*", 0.0},
+        {"apple pear; plum", " ;", "p*", 2.0 / 3},
+        {"a1 b2 c3", " ", "[ab]?", 2.0 / 3},
+    };
+    for (const auto &c : cases) {
+        TestHost h;
+        Outcome o = h.call(list_matches, {S(c.list), S(c.delims), S(c.pattern)});
+        ASSERT_TRUE(o.exact(1)) << c.list;
+        EXPECT_DOUBLE_EQ(o.result().d, c.expected) << c.list << " / " << c.pattern;
+    }
+}
+
+struct DescribeCase {
+    const char *name;
+    udfkit_sqlfunc fn;
+    std::vector<ArgDesc> args;
+    int32_t type, size;
+};
+
+TEST(Describe, Answers) {
+    const ArgDesc char10 = arg(0, 10), int4 = arg(2, 4), vchar = arg(9, 300);
+    const DescribeCase cases[] = {
+        {"upper", upper, {vchar}, 9, 300},
+        {"lower", lower, {char10}, 0, 10},
+        {"capitalize", capitalize, {char10}, 0, 10},
+        {"basename", basename, {char10}, 0, 10},
+        {"strreplace", strreplace, {vchar, char10, char10}, 9, 300},
+        {"lastchars", lastchars, {char10, arg(2, 4, 5)}, 0, 5},
+        {"strpos", strpos, {char10, char10, int4}, 1, 2},
+        {"valascii", valascii, {char10}, 1, 2},
+        {"merge", merge, {char10, int4}, 0, 19},
+        {"concat", concat, {char10, int4}, 0, 18},
+        {"merge none", merge, {}, 0, -1},
+        {"concat none", concat, {}, 0, 0},
+        {"concat widths", concat,
+         {arg(3, 8), arg(5, 10 * 256 + 2), arg(7, 4), arg(8, 0), arg(13, 8), arg(12, 5), arg(4, 0), arg(10, 8), arg(200, 1)},
+         0, 12 + 12 + 10 + 19 + 19 + 1000},
+        {"champ", champ, {char10, char10, int4}, 0, 10},
+        {"charcolumn", charcolumn, {arg(2, 4, 12)}, 0, 12},
+        {"charcolumn 30", charcolumn, {arg(2, 4, 30)}, 0, 30},
+        {"vcharcolumn", vcharcolumn, {arg(2, 4, 40)}, 9, 40},
+        {"datecolumn", datecolumn, {}, 7, 4},
+        {"datetimecolumn", datetimecolumn, {}, 13, 8},
+        {"intcolumn", intcolumn, {}, 1, 2},
+        {"minx", minx, {arg(3, 8)}, 3, 8},
+        {"maxx", maxx, {arg(3, 8)}, 3, 8},
+        {"list_matches", list_matches, {char10, char10, char10}, 3, 8},
+    };
+    for (const auto &c : cases) {
+        TestHost h;
+        Describe d = h.describe(c.fn, c.args);
+        EXPECT_FALSE(d.touched_host) << c.name;
+        EXPECT_EQ(d.type, c.type) << c.name;
+        EXPECT_EQ(d.size, c.size) << c.name;
+    }
+}
+
+TEST(Describe, Aggregate) {
+    TestHost h;
+    Describe d = h.describe_aggregate(group_concat, {arg(0, 10), arg(0, 1)}, true);
+    EXPECT_EQ(d.type, 0);
+    EXPECT_EQ(d.size, 1024);
+    EXPECT_EQ(d.aggregate, 1);
+    EXPECT_FALSE(d.touched_host);
+    d = h.describe_aggregate(group_concat, {arg(0, 10), arg(0, 1)}, false);
+    EXPECT_EQ(d.size, 1024);
+    EXPECT_EQ(d.aggregate, -999);
+}
+
+}  // namespace
