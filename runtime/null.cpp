@@ -1,0 +1,96 @@
+// Null values: one reserved value of each type's own storage.
+#include <cstdlib>
+#include <cstring>
+
+#include "udfkit/null.h"
+
+namespace {
+
+constexpr uint32_t kNull32 = 0x80000000u;
+constexpr uint64_t kNull64 = 0x8000000000000000ull;
+
+// The head of a decimal record: exponent, sign, digit count (16-bit each).
+// The digits that follow are never touched by the null functions.
+struct DecimalHead {
+    int16_t dec_exp;
+    int16_t dec_pos;
+    int16_t dec_ndgts;
+};
+
+// Storage behind var_data may be unaligned host memory: go through memcpy.
+template <class T>
+T load(const void *p) {
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+template <class T>
+void store(void *p, T v) {
+    std::memcpy(p, &v, sizeof v);
+}
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API void snullvchar(VChar *vc) {
+    if (vc->vc_len != 0) {
+        std::free(vc->vc_data);
+        vc->vc_len = 0;
+    }
+}
+
+UDFKIT_API int32_t _is_nulld(const double *value) {
+    return load<uint64_t>(value) == ~0ull ? 1 : 0;
+}
+
+UDFKIT_API void _nullvar(SqlVar *var) {
+    void *d = var->var_data;
+    switch (var->var_type) {
+    case UDF_T_CHAR: *static_cast<char *>(d) = '\0'; break;
+    case UDF_T_SMALLINT: store<uint16_t>(d, 0x8000u); break;
+    case UDF_T_INTEGER:
+    case UDF_T_SERIAL:
+    case UDF_T_DATE:
+    case UDF_T_DATETIME32: store<uint32_t>(d, kNull32); break;
+    case UDF_T_FLOAT: std::memset(d, 0xff, var->var_size); break;
+    case UDF_T_DECIMAL: {
+        auto *h = static_cast<DecimalHead *>(d);
+        h->dec_exp = 0;
+        h->dec_pos = -1;
+        h->dec_ndgts = 0;
+        break;
+    }
+    case UDF_T_VCHAR:
+    case UDF_T_BLOB: snullvchar(static_cast<VChar *>(d)); break;
+    case UDF_T_LONGINT:
+    case UDF_T_TIMESTAMP:
+    case UDF_T_DATETIME: store<uint64_t>(d, kNull64); break;
+    default: break;  // smallfloat and user types have no null
+    }
+}
+
+UDFKIT_API int32_t _is_null_var(const SqlVar *var) {
+    const void *d = var->var_data;
+    bool null = false;
+    switch (var->var_type) {
+    case UDF_T_CHAR: null = *static_cast<const char *>(d) == '\0'; break;
+    case UDF_T_SMALLINT: null = load<uint16_t>(d) == 0x8000u; break;
+    case UDF_T_INTEGER:
+    case UDF_T_SERIAL:
+    case UDF_T_DATETIME32: null = load<uint32_t>(d) == kNull32; break;
+    // Day 0 means "no date" too: the low 31 bits all zero.
+    case UDF_T_DATE: null = (load<uint32_t>(d) & 0x7fffffffu) == 0; break;
+    case UDF_T_FLOAT: null = _is_nulld(static_cast<const double *>(d)) != 0; break;
+    case UDF_T_DECIMAL: null = static_cast<const DecimalHead *>(d)->dec_pos == -1; break;
+    case UDF_T_VCHAR:
+    case UDF_T_BLOB: null = static_cast<const VChar *>(d)->vc_len == 0; break;
+    case UDF_T_LONGINT:
+    case UDF_T_TIMESTAMP:
+    case UDF_T_DATETIME: null = load<uint64_t>(d) == kNull64; break;
+    default: break;
+    }
+    return null ? 1 : 0;
+}
+
+}  // extern "C"
