@@ -1,0 +1,38 @@
+// Internal pieces of the fuzzy search shared by its source files; nothing
+// here is exported.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "udfkit/fuzzy.h"
+
+namespace udfkit::fuzzy {
+
+// How MakeStdMot folds a word, chosen from IsoCode.
+enum class StdMode { Utf8, Latin1, Translit };
+
+// The mode IsoCode selects right now.
+StdMode std_mode() noexcept;
+
+// Standard word of the len bytes at word (which need not be terminated)
+// into out, whose capacity is cap bytes (terminator included, cap >= 1).
+// Returns the length written; when the standard word would not fit, the
+// output is cut to cap - 1 bytes and *overflow is set.
+size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t cap,
+                bool *overflow) noexcept;
+
+// The plain two-row edit distance with the cut-off rule (cut <= 0 with
+// no_cut set disables the rule).  Used for strings the bit-parallel code
+// cannot hold, and as the reference the fast code is measured against.
+int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int32_t cut,
+                     bool use_cut) noexcept;
+
+// Fills TabVoyelle (idempotent).
+void fill_vowels() noexcept;
+
+constexpr int32_t kTooLarge = UDFKIT_DISTANCE_TOO_LARGE;
+constexpr size_t kStdSize = UDFKIT_STDMOT_SIZE;
+constexpr size_t kKeySize = UDFKIT_PHONKEY_SIZE;
+
+}  // namespace udfkit::fuzzy
