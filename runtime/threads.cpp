@@ -1,0 +1,212 @@
+// The worker-thread pool and the lock wrappers.
+//
+// Choices of this implementation: a worker count of 0 or below -1 gives a
+// pool of one worker (a pool needs at least one); a negative scratch size
+// means no scratch buffer; if a worker thread cannot be created the pool
+// keeps the workers created so far (a pool whose first thread fails runs
+// every job on the caller's thread); ThreadsEnd joins every exited thread,
+// so nothing of a pool outlives it.
+#include "udfkit/threads.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+extern "C" {
+UDFKIT_API int32_t JobBlocSize = 1;
+UDFKIT_API int32_t NumCpu = 1;
+}
+
+namespace {
+
+constexpr int32_t kIdle = 0, kWorking = 1, kExited = 2, kStop = 3;
+constexpr int32_t kMaxBlock = 10;
+
+int32_t load_state(const ThreadWorker *w) { return __atomic_load_n(&w->state, __ATOMIC_SEQ_CST); }
+void store_state(ThreadWorker *w, int32_t s) { __atomic_store_n(&w->state, s, __ATOMIC_SEQ_CST); }
+
+void wait_sem(sem_t *s) {
+    while (sem_wait(s) != 0 && errno == EINTR) {
+    }
+}
+
+void *ThreadRun(void *arg) {
+    auto *w = static_cast<ThreadWorker *>(arg);
+    ThreadPool *pool = w->pool;
+    void *block[kMaxBlock];
+    for (;;) {
+        wait_sem(&w->start);
+        if (load_state(w) == kStop) {
+            store_state(w, kExited);
+            return nullptr;
+        }
+        store_state(w, kWorking);
+        for (;;) {
+            pthread_mutex_lock(&pool->mutex);
+            if (pool->next >= pool->total) {
+                pthread_mutex_unlock(&pool->mutex);
+                store_state(w, kIdle);
+                sem_post(&w->done);
+                break;
+            }
+            int32_t k = __atomic_load_n(&JobBlocSize, __ATOMIC_RELAXED);
+            if (k > pool->total - pool->next) k = pool->total - pool->next;
+            if (k > kMaxBlock) k = kMaxBlock;
+            if (k < 1) k = 1;
+            std::memcpy(block, pool->items + pool->next, sizeof(void *) * k);
+            ThreadJob fn = pool->fn;
+            pool->next += k;
+            if (pool->next == pool->total) sem_post(&pool->batchDone);
+            pthread_mutex_unlock(&pool->mutex);
+            if (w->cpu & 1) {
+                for (int32_t i = k; i-- > 0;) fn(block[i], w->scratch);
+            } else {
+                for (int32_t i = 0; i < k; ++i) fn(block[i], w->scratch);
+            }
+            w->processed += k;
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API ThreadPool *ThreadsInit(int32_t nthreads, int32_t size) {
+    long cpus = sysconf(_SC_NPROCESSORS_ONLN);
+    NumCpu = cpus < 1 ? 1 : static_cast<int32_t>(cpus > INT32_MAX ? INT32_MAX : cpus);
+    int32_t n = nthreads == -1 ? NumCpu : nthreads;
+    if (n < 1) n = 1;
+    const size_t scratch = size > 0 ? static_cast<size_t>(size) : 0;
+
+    auto *pool = static_cast<ThreadPool *>(std::calloc(1, sizeof(ThreadPool)));
+    if (!pool) return nullptr;
+    auto *workers = static_cast<ThreadWorker *>(std::calloc(static_cast<size_t>(n), sizeof(ThreadWorker)));
+    if (!workers || pthread_mutex_init(&pool->mutex, nullptr) != 0) {
+        std::free(workers);
+        std::free(pool);
+        return nullptr;
+    }
+    if (scratch) pool->scratch = std::calloc(1, scratch);
+    sem_init(&pool->batchDone, 0, 0);
+    pool->workers = workers;
+
+    int32_t created = 0;
+    for (int32_t i = 0; i < n; ++i) {
+        ThreadWorker *w = &workers[i];
+        w->pool = pool;
+        if (scratch) w->scratch = std::calloc(1, scratch);
+        w->state = kIdle;
+        w->cpu = i % NumCpu;
+        w->processed = 0;
+        sem_init(&w->start, 0, 0);
+        sem_init(&w->done, 0, 0);
+        if (pthread_create(&w->thread, nullptr, ThreadRun, w) != 0) {
+            w->thread = 0;  // no thread: ThreadsEnd leaves this record alone
+            break;
+        }
+        ++created;
+    }
+    // Keep the workers that exist; at least one record, so a pool whose
+    // threads all failed runs every job on the caller's thread.
+    pool->nthreads = created > 0 ? created : 1;
+    for (int32_t i = pool->nthreads; i < n; ++i) {
+        sem_destroy(&workers[i].start);
+        sem_destroy(&workers[i].done);
+        std::free(workers[i].scratch);
+        workers[i].scratch = nullptr;
+    }
+    return pool;
+}
+
+UDFKIT_API int32_t ThreadsRun(ThreadPool *pool, ThreadJob fn, void **items, int32_t count,
+                              int32_t wait) {
+    if (!pool || !fn || count <= 0) return 0;
+    if (pool->nthreads == 1 || count == 1) {
+        for (int32_t i = 0; i < count; ++i) fn(items[i], pool->scratch);
+        return 0;
+    }
+    pthread_mutex_lock(&pool->mutex);
+    pool->fn = fn;
+    pool->items = items;
+    pool->next = 0;
+    pool->total = count;
+    pthread_mutex_unlock(&pool->mutex);
+
+    const int32_t q = count / pool->nthreads;
+    __atomic_store_n(&JobBlocSize, q == 0 ? 1 : (q <= kMaxBlock ? q : kMaxBlock), __ATOMIC_RELAXED);
+
+    const int32_t m = pool->nthreads < count ? pool->nthreads : count;
+    for (int32_t i = m; i-- > 0;) {
+        store_state(&pool->workers[i], kWorking);
+        sem_post(&pool->workers[i].start);
+    }
+    if (!wait) return 0;
+
+    wait_sem(&pool->batchDone);
+    for (bool waited = true; waited;) {
+        waited = false;
+        for (int32_t i = 0; i < m; ++i) {
+            if (load_state(&pool->workers[i]) != kIdle) {
+                wait_sem(&pool->workers[i].done);
+                waited = true;
+            }
+        }
+    }
+    return 0;
+}
+
+UDFKIT_API int32_t ThreadsWait(ThreadPool *pool) {
+    if (!pool) return 0;
+    for (int32_t i = 0; i < pool->nthreads;) {
+        if (load_state(&pool->workers[i]) != kIdle) {
+            wait_sem(&pool->workers[i].done);
+            i = 0;  // start the scan again from the first worker
+        } else {
+            ++i;
+        }
+    }
+    return 0;
+}
+
+UDFKIT_API void ThreadsEnd(ThreadPool *pool) {
+    if (!pool) return;
+    for (int32_t i = 0; i < pool->nthreads; ++i) {
+        ThreadWorker *w = &pool->workers[i];
+        if (!w->thread) continue;
+        store_state(w, kStop);
+        sem_post(&w->start);
+        while (load_state(w) != kExited) sched_yield();
+        pthread_join(w->thread, nullptr);
+    }
+    pthread_mutex_destroy(&pool->mutex);
+    sem_destroy(&pool->batchDone);
+    for (int32_t i = 0; i < pool->nthreads; ++i) {
+        sem_destroy(&pool->workers[i].start);
+        sem_destroy(&pool->workers[i].done);
+        std::free(pool->workers[i].scratch);
+    }
+    std::free(pool->scratch);
+    std::free(pool->workers);
+    std::free(pool);
+}
+
+UDFKIT_API int ThreadYield(void) { return sched_yield(); }
+
+UDFKIT_API void ThreadSpinLockInit(int32_t *lock) { __atomic_store_n(lock, 0, __ATOMIC_RELEASE); }
+
+UDFKIT_API void ThreadSpinLock(int32_t *lock) {
+    while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0) ThreadYield();
+}
+
+UDFKIT_API void ThreadSpinUnlock(int32_t *lock) { __atomic_store_n(lock, 0, __ATOMIC_RELEASE); }
+
+UDFKIT_API int ThreadMutexInit(pthread_mutex_t *mutex) { return pthread_mutex_init(mutex, nullptr); }
+UDFKIT_API int ThreadMutexLock(pthread_mutex_t *mutex) { return pthread_mutex_lock(mutex); }
+UDFKIT_API int ThreadMutexTryLock(pthread_mutex_t *mutex) { return pthread_mutex_trylock(mutex); }
+UDFKIT_API int ThreadMutexUnlock(pthread_mutex_t *mutex) { return pthread_mutex_unlock(mutex); }
+
+}  // extern "C"

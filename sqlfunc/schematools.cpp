@@ -1,0 +1,175 @@
+// Catalogue introspection: column type names, nullability and attributes,
+// read from the host's catalogue tables through ExecuteQuery.
+#include <cstdio>
+#include <string>
+
+#include "sqlfunc/hostcall.hpp"
+#include "udfkit/sqlfunc.h"
+
+namespace {
+
+constexpr size_t kTypeTextMax = 127;
+constexpr size_t kAttributeMax = 255;
+constexpr size_t kAttributesMax = 4095;
+constexpr int32_t kValueCap = 128;
+
+// Rows of the query just run: pops the row and column counts, then hands
+// every value to `take` in stack order (row by row, column by column).
+// Returns false when the query failed.
+template <class Take>
+bool read_rows(const HostCallTable *t, const std::string &sql, int per_row, Take take) {
+    if (t->ExecuteQuery(sql.c_str()) < 0) return false;
+    int32_t rows = 0, columns = 0;
+    t->PopInt(&rows);
+    t->PopInt(&columns);
+    // The statements select per_row columns; should the host answer with
+    // more, the extra values are popped too, so the stack is left clean.
+    const int32_t width = columns > per_row ? columns : per_row;
+    char values[2][kValueCap];
+    char extra[kValueCap];
+    for (int32_t r = 0; r < rows; ++r) {
+        for (int32_t c = 0; c < width; ++c) {
+            char *into = c < per_row ? values[c] : extra;
+            into[0] = '\0';
+            t->PopString(into, kValueCap);
+            into[kValueCap - 1] = '\0';
+        }
+        take(values);
+    }
+    return true;
+}
+
+// Texts longer than the result's capacity are cut at it.
+void push_cut(const HostCallTable *t, std::string &s, size_t max) {
+    if (s.size() > max) s.resize(max);
+    t->PushString(s.c_str());
+}
+
+std::string unknown_type(int32_t code) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "? ? ?(%d)", code);
+    return buf;
+}
+
+// A key holding a single quote is escaped by doubling it, so that it can
+// never end the quoted literal of the statement.
+std::string quoted(const char *key) {
+    std::string out;
+    for (const char *p = key; *p; ++p) {
+        out += *p;
+        if (*p == '\'') out += '\'';
+    }
+    return out;
+}
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API void coltype2string(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                               int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 26)) return;
+    udfkit::guarded([&] {
+        int32_t length = 0, type = 0;
+        t->PopInt(&length);
+        t->PopInt(&type);
+        const int32_t code = type & UDF_TYPE_MASK;
+        char buf[64];
+        std::string text;
+        switch (code) {
+        case 0: std::snprintf(buf, sizeof buf, "char(%d)", length); text = buf; break;
+        case 1: text = "smallint"; break;
+        case 2: text = "integer"; break;
+        case 3: text = "float"; break;
+        case 4: text = "smallfloat"; break;
+        case 5:
+            std::snprintf(buf, sizeof buf, "decimal(%d,%d)", length >> 8, length & 0xff);
+            text = buf;
+            break;
+        case 6: text = "serial"; break;
+        case 7: text = "date"; break;
+        case 8: case 13: text = "datetime year to second"; break;
+        case 9:
+            if (length >= 1) std::snprintf(buf, sizeof buf, "vchar(%d)", length);
+            text = length >= 1 ? buf : "vchar";
+            break;
+        case 10: text = "longint"; break;
+        case 11: text = "timestamp"; break;
+        case 12:
+            if (length >= 1) std::snprintf(buf, sizeof buf, "blob(%d)", length);
+            text = length >= 1 ? buf : "blob";
+            break;
+        default:
+            if (code <= 99) {
+                text = unknown_type(code);
+            } else {
+                std::snprintf(buf, sizeof buf, "select typename from systypes where typeid = %d", code);
+                // The last row's name wins; no row gives the empty string.
+                bool ok = read_rows(t, buf, 1, [&](char (&v)[2][kValueCap]) { text = v[0]; });
+                if (!ok) text = unknown_type(code);
+            }
+            break;
+        }
+        push_cut(t, text, kTypeTextMax);
+    });
+}
+
+UDFKIT_API void coltype2null(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                             int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 3)) return;
+    int32_t type = 0;
+    t->PopInt(&type);
+    t->PushString((type & UDF_NOTNULL_BIT) ? "NO" : "YES");
+}
+
+UDFKIT_API void colattribute(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                             int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 256)) return;
+    udfkit::guarded([&] {
+        char key[128];
+        key[0] = '\0';
+        int32_t colno = 0, tabid = 0;
+        t->PopString(key, sizeof key);
+        key[sizeof key - 1] = '\0';
+        t->PopInt(&colno);
+        t->PopInt(&tabid);
+        char head[128];
+        std::snprintf(head, sizeof head,
+                      "select attrvalue from syscolattr where tabid = %d and colno = %d and attrkey = '",
+                      tabid, colno);
+        std::string result;
+        bool ok = read_rows(t, head + quoted(key) + "'", 1, [&](char (&v)[2][kValueCap]) {
+            if (result.size() > kAttributeMax) return;  // already past the cut
+            if (!result.empty()) result += ';';
+            result += v[0];
+        });
+        if (!ok) result.clear();
+        push_cut(t, result, kAttributeMax);
+    });
+}
+
+UDFKIT_API void colattributes(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                              int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 4096)) return;
+    udfkit::guarded([&] {
+        int32_t colno = 0, tabid = 0;
+        t->PopInt(&colno);
+        t->PopInt(&tabid);
+        char sql[128];
+        std::snprintf(sql, sizeof sql,
+                      "select attrkey, attrvalue from syscolattr where tabid = %d and colno = %d",
+                      tabid, colno);
+        std::string result;
+        bool ok = read_rows(t, sql, 2, [&](char (&v)[2][kValueCap]) {
+            if (result.size() > kAttributesMax) return;  // already past the cut
+            if (!result.empty()) result += ';';
+            result += v[0];
+            result += '=';
+            result += v[1];
+        });
+        if (!ok) result.clear();
+        push_cut(t, result, kAttributesMax);
+    });
+}
+
+}  // extern "C"
