@@ -9,14 +9,6 @@ namespace {
 constexpr uint32_t kNull32 = 0x80000000u;
 constexpr uint64_t kNull64 = 0x8000000000000000ull;
 
-// The head of a decimal record: exponent, sign, digit count (16-bit each).
-// The digits that follow are never touched by the null functions.
-struct DecimalHead {
-    int16_t dec_exp;
-    int16_t dec_pos;
-    int16_t dec_ndgts;
-};
-
 // Storage behind var_data may be unaligned host memory: go through memcpy.
 template <class T>
 T load(const void *p) {
@@ -32,6 +24,12 @@ void store(void *p, T v) {
 }  // namespace
 
 extern "C" {
+
+UDFKIT_API void snulldec(Decimal *dec) {
+    dec->dec_exp = 0;
+    dec->dec_pos = -1;
+    dec->dec_ndgts = 0;
+}
 
 UDFKIT_API void snullvchar(VChar *vc) {
     if (vc->vc_len != 0) {
@@ -54,13 +52,7 @@ UDFKIT_API void _nullvar(SqlVar *var) {
     case UDF_T_DATE:
     case UDF_T_DATETIME32: store<uint32_t>(d, kNull32); break;
     case UDF_T_FLOAT: std::memset(d, 0xff, var->var_size); break;
-    case UDF_T_DECIMAL: {
-        auto *h = static_cast<DecimalHead *>(d);
-        h->dec_exp = 0;
-        h->dec_pos = -1;
-        h->dec_ndgts = 0;
-        break;
-    }
+    case UDF_T_DECIMAL: snulldec(static_cast<Decimal *>(d)); break;
     case UDF_T_VCHAR:
     case UDF_T_BLOB: snullvchar(static_cast<VChar *>(d)); break;
     case UDF_T_LONGINT:
@@ -82,7 +74,7 @@ UDFKIT_API int32_t _is_null_var(const SqlVar *var) {
     // Day 0 means "no date" too: the low 31 bits all zero.
     case UDF_T_DATE: null = (load<uint32_t>(d) & 0x7fffffffu) == 0; break;
     case UDF_T_FLOAT: null = _is_nulld(static_cast<const double *>(d)) != 0; break;
-    case UDF_T_DECIMAL: null = static_cast<const DecimalHead *>(d)->dec_pos == -1; break;
+    case UDF_T_DECIMAL: null = static_cast<const Decimal *>(d)->dec_pos == -1; break;
     case UDF_T_VCHAR:
     case UDF_T_BLOB: null = static_cast<const VChar *>(d)->vc_len == 0; break;
     case UDF_T_LONGINT:

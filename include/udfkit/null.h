@@ -25,6 +25,7 @@
 
 #include <stdint.h>
 
+#include "udfkit/decimal.h"
 #include "udfkit/host.h"
 
 #ifdef __cplusplus
@@ -55,6 +56,10 @@ UDFKIT_API int32_t _is_null_var(const SqlVar *var);
 
 /* 1 when all 8 bytes of the double are 0xFF (the float null), else 0. */
 UDFKIT_API int32_t _is_nulld(const double *value);
+
+/* Makes a decimal null: dec_exp 0, dec_pos -1, dec_ndgts 0 (the digits are
+ * left as they were). */
+UDFKIT_API void snulldec(Decimal *dec);
 
 /* Empties a vchar: frees vc_data and sets vc_len 0, unless already empty. */
 UDFKIT_API void snullvchar(VChar *vc);
