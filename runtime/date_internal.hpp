@@ -1,0 +1,60 @@
+// Calendar arithmetic shared by the date and datetime modules.
+#pragma once
+
+#include <cstdint>
+
+#include "udfkit/date.h"
+
+extern "C" {
+// Day number of day/month/year (internal form of mdy2date).
+Date dmy2days(int32_t day, int32_t month, int32_t year);
+}
+
+namespace udfkit::date {
+
+// Day numbers 1 ... kFastLast are the range in which LastYear/LastDate
+// follow every conversion to year, month and day.
+constexpr int32_t kFastLast = 217175;
+// Day number of 1 January 1970.
+constexpr int32_t kUnixEpochDay = 58440;
+
+struct Ymd {
+    int32_t year;
+    int32_t month;  // 1 ... 12
+    int32_t day;    // 1 ... 31
+};
+
+constexpr bool is_leap(int64_t y) { return y % 4 == 0 && (y % 100 != 0 || y % 400 == 0); }
+
+// Days from 1 January 1970 to y-m-d, proleptic Gregorian, any year.
+constexpr int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
+    y -= m <= 2;
+    const int64_t era = (y >= 0 ? y : y - 399) / 400;
+    const int64_t yoe = y - era * 400;
+    const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
+// Inverse of days_from_civil.
+constexpr Ymd civil_from_days(int64_t z) {
+    z += 719468;
+    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    const int64_t doe = z - era * 146097;
+    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const int64_t mp = (5 * doy + 2) / 153;
+    const int64_t d = doy - (153 * mp + 2) / 5 + 1;
+    const int64_t m = mp < 10 ? mp + 3 : mp - 9;
+    const int64_t y = yoe + era * 400 + (m <= 2);
+    return Ymd{static_cast<int32_t>(y), static_cast<int32_t>(m), static_cast<int32_t>(d)};
+}
+
+// Year, month and day of a day number.  In the range 1 ... kFastLast it
+// leaves LastYear/LastDate at the start of the year it found.
+Ymd split(Date n) noexcept;
+
+// %.Nd of v (N = 2 or 4) at out; returns the end.  No terminator.
+char *put_padded(char *out, int32_t v, int width) noexcept;
+
+}  // namespace udfkit::date
