@@ -28,6 +28,25 @@ size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t ca
 int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int32_t cut,
                      bool use_cut) noexcept;
 
+// The second string of an edit distance, prepared once for many first
+// strings (a search compares every word of a text with the same term).
+class LevPattern {
+public:
+    // s2 must stay valid while the object is used.
+    void set(const char *s2, int32_t l2) noexcept;
+    // LevDist (use_cut false) or LevDistCutOff (use_cut true) of s1, of
+    // length l1, and the prepared string.
+    int32_t distance(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept;
+
+private:
+    int32_t bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept;
+    uint64_t match(char c) const noexcept;
+    alignas(16) char buf_[64];
+    const char *s2_ = nullptr;
+    int32_t l2_ = 0;
+    int blocks_ = 0;
+};
+
 // Fills TabVoyelle (idempotent).
 void fill_vowels() noexcept;
 

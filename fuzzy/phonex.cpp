@@ -1,0 +1,282 @@
+// The Phonex phonetic key, the vowel classes it reads, the phonetic
+// function in force and the SQL function that switches it.
+#include <cstring>
+
+#include "fuzzy/fuzzy_internal.hpp"
+#include "sqlfunc/hostcall.hpp"
+#include "udfkit/sqlfunc.h"
+
+namespace {
+
+// The class table, as the first search fills it.  It starts filled so that
+// a key computed before any search (by a host calling Phonex directly)
+// already sees the vowels.
+struct VowelTable {
+    unsigned char t[256] = {};
+    constexpr VowelTable() {
+        t['A'] = t['E'] = t['I'] = t['O'] = t['U'] = 1;
+        t['1'] = t['2'] = t['3'] = t['4'] = 2;
+    }
+};
+
+// Longest word the rewrite takes: the work buffer holds a NUL before the
+// word, the word and its terminator in 272 bytes.
+constexpr size_t kMaxIn = 270;
+
+// Work buffer: one NUL in front so that "the character before" the first
+// one reads as nothing, and room behind the terminator so that looking up
+// to three characters ahead of any position stays inside.
+struct Work {
+    char b[kMaxIn + 8];
+    char *s() { return b + 1; }
+};
+
+inline bool vowel(char c) { return TabVoyelle[static_cast<unsigned char>(c)] == 1; }
+inline bool vowel_like(char c) { return TabVoyelle[static_cast<unsigned char>(c)] != 0; }
+
+// Each pass reads in (terminated) and writes out; it returns the length
+// written.  Conditions on neighbours look at in only.  Reading in[i + k]
+// for k up to 3 is safe: a match stops at the terminator, and the buffers
+// have slack behind it.
+
+size_t pass1(const char *in, char *out) {  // Y, H, PH
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i];
+        if (c == 'Y') { out[o++] = 'I'; ++i; }
+        else if (c == 'H') {
+            char p = i ? in[i - 1] : '\0';
+            if (p == 'C' || p == 'P' || p == 'S') out[o++] = 'H';
+            ++i;
+        } else if (c == 'P' && in[i + 1] == 'H') { out[o++] = 'F'; i += 2; }
+        else { out[o++] = c; ++i; }
+    }
+    return o;
+}
+
+size_t pass2(const char *in, char *out) {  // GAN GAM GAIN GAIM -> K...
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        if (in[i] == 'G' && in[i + 1] == 'A') {
+            char c2 = in[i + 2];
+            if (c2 == 'N' || c2 == 'M') {
+                out[o++] = 'K'; out[o++] = 'A'; out[o++] = c2; i += 3;
+                continue;
+            }
+            if (c2 == 'I' && (in[i + 3] == 'N' || in[i + 3] == 'M')) {
+                out[o++] = 'K'; out[o++] = 'A'; out[o++] = 'I'; out[o++] = in[i + 3]; i += 4;
+                continue;
+            }
+        }
+        out[o++] = in[i++];
+    }
+    return o;
+}
+
+// AIN AIM EIN EIM followed by a vowel -> YN.
+size_t pass3(const char *in, char *out) {
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i];
+        if ((c == 'A' || c == 'E') && in[i + 1] == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M') &&
+            vowel(in[i + 3])) {
+            out[o++] = 'Y'; out[o++] = 'N'; i += 3;
+        } else {
+            out[o++] = c; ++i;
+        }
+    }
+    return o;
+}
+
+size_t pass4(const char *in, char *out) {  // EAU, EIN/EIM, OUA, AIN/AIM
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if (c == 'E') {
+            if (c1 == 'A' && in[i + 2] == 'U') { out[o++] = 'O'; i += 3; continue; }
+            if (c1 == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M')) { out[o++] = '4'; i += 3; continue; }
+        } else if (c == 'O') {
+            if (c1 == 'U' && in[i + 2] == 'A') { out[o++] = '2'; i += 3; continue; }
+        } else if (c == 'A') {
+            if (c1 == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M')) { out[o++] = '4'; i += 3; continue; }
+        }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+size_t pass5(const char *in, char *out) {  // AI, EI, ER, ESS, ET
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if (c == 'A' && c1 == 'I') { out[o++] = 'Y'; i += 2; continue; }
+        if (c == 'E') {
+            if (c1 == 'I') { out[o++] = 'Y'; i += 2; continue; }
+            if (c1 == 'R') { out[o++] = 'Y'; out[o++] = 'R'; i += 2; continue; }
+            if (c1 == 'S' && in[i + 2] == 'S') { out[o++] = 'Y'; out[o++] = 'S'; out[o++] = 'S'; i += 3; continue; }
+            if (c1 == 'T') { out[o++] = 'Y'; out[o++] = 'T'; i += 2; continue; }
+        }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+// AN AM EN EM -> 1 and IN -> 4 when no vowel-like character follows;
+// ON -> 6 always.
+size_t pass6(const char *in, char *out) {
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if ((c == 'A' || c == 'E') && (c1 == 'N' || c1 == 'M') && !vowel_like(in[i + 2])) {
+            out[o++] = '1'; i += 2; continue;
+        }
+        if (c == 'I' && c1 == 'N' && !vowel_like(in[i + 2])) { out[o++] = '4'; i += 2; continue; }
+        if (c == 'O' && c1 == 'N') { out[o++] = '6'; i += 2; continue; }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+size_t pass7(const char *in, char *out) {  // S between vowel-likes -> Z
+    size_t o = 0;
+    for (size_t i = 0; in[i]; ++i) {
+        char c = in[i];
+        if (c == 'S' && i > 0 && vowel_like(in[i - 1]) && vowel_like(in[i + 1])) c = 'Z';
+        out[o++] = c;
+    }
+    return o;
+}
+
+size_t pass8(const char *in, char *out) {  // OE, OI/OY, OU, EU, AU
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if (c == 'O') {
+            if (c1 == 'E') { out[o++] = 'E'; i += 2; continue; }
+            if (c1 == 'I' || c1 == 'Y') { out[o++] = '2'; i += 2; continue; }
+            if (c1 == 'U') { out[o++] = '3'; i += 2; continue; }
+        } else if (c == 'E' && c1 == 'U') { out[o++] = 'E'; i += 2; continue; }
+        else if (c == 'A' && c1 == 'U') { out[o++] = 'O'; i += 2; continue; }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+size_t pass9(const char *in, char *out) {  // CH, SCH, SC, SH, SS
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if (c == 'C' && c1 == 'H') { out[o++] = '5'; i += 2; continue; }
+        if (c == 'S') {
+            if (c1 == 'C') {
+                if (in[i + 2] == 'H') { out[o++] = '5'; i += 3; }
+                else { out[o++] = 'S'; i += 2; }
+                continue;
+            }
+            if (c1 == 'H') { out[o++] = '5'; i += 2; continue; }
+            if (c1 == 'S') { out[o++] = 'S'; i += 2; continue; }
+        }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+size_t pass10(const char *in, char *out) {  // C before E or I -> S
+    size_t o = 0;
+    for (size_t i = 0; in[i]; ++i) {
+        char c = in[i];
+        if (c == 'C' && (in[i + 1] == 'E' || in[i + 1] == 'I')) c = 'S';
+        out[o++] = c;
+    }
+    return o;
+}
+
+size_t pass11(const char *in, char *out) {  // QU, Q, GU, GA, GO, GY, C
+    size_t o = 0;
+    for (size_t i = 0; in[i];) {
+        char c = in[i], c1 = in[i + 1];
+        if (c == 'Q') {
+            out[o++] = 'K';
+            i += c1 == 'U' ? 2 : 1;
+            continue;
+        }
+        if (c == 'G') {
+            if (c1 == 'U') { out[o++] = 'K'; i += 2; continue; }
+            if (c1 == 'A' || c1 == 'O' || c1 == 'Y') { out[o++] = 'K'; out[o++] = c1; i += 2; continue; }
+        }
+        if (c == 'C') { out[o++] = 'K'; ++i; continue; }
+        out[o++] = c; ++i;
+    }
+    return o;
+}
+
+using Pass = size_t (*)(const char *, char *);
+constexpr Pass kPasses[] = {pass1, pass2, pass3, pass4,  pass5, pass6,
+                            pass7, pass8, pass9, pass10, pass11};
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API unsigned char TabVoyelle[256] = {};
+UDFKIT_API PhonetiseurFn Phonetiseur = Phonex;
+
+UDFKIT_API char *Phonex(const char *word, char *out) {
+    if (!out) return out;
+    if (!word) {
+        out[0] = '\0';
+        return out;
+    }
+    Work a, b;
+    std::memset(a.b, 0, sizeof a.b);
+    std::memset(b.b, 0, sizeof b.b);
+    // Words longer than the work buffer are cut: they can never match
+    // anything, the distance gives up beyond 255 bytes.
+    size_t n = strnlen(word, kMaxIn);
+    std::memcpy(a.s(), word, n);
+    char *in = a.s(), *to = b.s();
+    for (Pass p : kPasses) {
+        size_t len = p(in, to);
+        // Clear what is left of the previous, longer content so that the
+        // slack behind the terminator stays zero.
+        std::memset(to + len, 0, 4);
+        std::swap(in, to);
+        n = len;
+    }
+    if (n > 0 && (in[n - 1] == 'T' || in[n - 1] == 'X')) --n;
+    std::memcpy(out, in, n);
+    out[n] = '\0';
+    return out;
+}
+
+UDFKIT_API char *PhonexNone(const char *word, char *out) {
+    if (!out) return out;
+    size_t n = word ? strnlen(word, udfkit::fuzzy::kStdSize - 1) : 0;
+    if (n) std::memcpy(out, word, n);
+    out[n] = '\0';
+    return out;
+}
+
+UDFKIT_API void fuzzysetphonex(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
+                               int32_t *rtype, int32_t *rsize) {
+    if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 0)) return;
+    int32_t flag = 0;
+    t->PopInt(&flag);
+    Phonetiseur = flag ? Phonex : PhonexNone;
+}
+
+}  // extern "C"
+
+namespace udfkit::fuzzy {
+
+void fill_vowels() noexcept {
+    static constexpr VowelTable kTable;
+    std::memcpy(TabVoyelle, kTable.t, sizeof TabVoyelle);
+}
+
+}  // namespace udfkit::fuzzy
+
+namespace {
+// The table is also filled when the library loads (see VowelTable).
+const bool kVowelsAtLoad = (udfkit::fuzzy::fill_vowels(), true);
+}  // namespace

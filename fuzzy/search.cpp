@@ -1,0 +1,146 @@
+// Scoring a text against the compiled pattern: FuzzySearch, _FuzzySearch.
+#include <algorithm>
+#include <cstring>
+
+#include "fuzzy/fuzzy_internal.hpp"
+
+namespace {
+
+using namespace udfkit::fuzzy;
+
+int32_t Inited = 0;
+
+// Bytes that cut a text into words.  Tab and double quote are not among
+// them.
+struct WordDelimiters {
+    bool is[256] = {};
+    constexpr WordDelimiters() {
+        const char list[] = " :,;.-'/\n`*+-/#!?(){}[]=~$<>_";
+        for (char c : list)
+            if (c) is[static_cast<unsigned char>(c)] = true;
+    }
+};
+constexpr WordDelimiters kDelims;
+
+inline bool delimiter(char c) { return kDelims.is[static_cast<unsigned char>(c)]; }
+
+}  // namespace
+
+extern "C" {
+
+UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
+    int nterms = 0;
+    while (nterms < UDFKIT_MAX_TERMS && Recherche[nterms].word) ++nterms;
+    if (nterms == 0 || !text || length <= 0) return 0.0;
+
+    // The text ends at its first NUL byte, if one comes before length.
+    const size_t end = strnlen(text, static_cast<size_t>(length));
+
+    bool cut_mode = true;  // no phrase continuation among the terms
+    bool need_key = false;
+    LevPattern pat[UDFKIT_MAX_TERMS];
+    for (int j = 0; j < nterms; ++j) {
+        const SearchTerm &t = Recherche[j];
+        if (t.op == TERM_PHRASE) cut_mode = false;
+        if (!t.std) need_key = true;
+        pat[j].set(t.word, t.length);
+    }
+    // Lengths of standard words taken into account: min < n < max.
+    int32_t min_len = -1, max_len = 255;
+    if (nterms == 1) {
+        min_len = Recherche[0].length / 2;
+        max_len = (3 * Recherche[0].length) / 2;
+    }
+
+    double best[UDFKIT_MAX_TERMS] = {}, prev[UDFKIT_MAX_TERMS] = {}, cur[UDFKIT_MAX_TERMS] = {};
+    const StdMode mode = std_mode();
+    PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
+    char stdw[kStdSize];
+    char key[kKeySize];
+
+    size_t i = 0;
+    while (i < end) {
+        while (i < end && delimiter(text[i])) ++i;
+        if (i >= end) break;
+        const size_t off = i;
+        while (i < end && !delimiter(text[i])) ++i;
+        const size_t wlen = i - off;
+
+        // A standard word too long for the work buffer could never match
+        // (the distance gives up beyond 255 bytes): the word is skipped.
+        bool overflow = false;
+        const int32_t n = static_cast<int32_t>(make_std(mode, text + off, wlen, stdw, sizeof stdw, &overflow));
+        if (overflow || n == 0 || n <= min_len || n >= max_len) continue;
+
+        int32_t key_len = -1;  // not computed yet
+        for (int j = 0; j < nterms; ++j) {
+            SearchTerm &t = Recherche[j];
+            const char *x = stdw;
+            int32_t xlen = n;
+            if (!t.std) {
+                if (key_len < 0) {
+                    key[0] = '\0';
+                    if (need_key) phon(stdw, key);
+                    key[sizeof key - 1] = '\0';
+                    key_len = static_cast<int32_t>(std::strlen(key));
+                }
+                x = key;
+                xlen = key_len;
+            }
+            double s = 0.0;
+            if (xlen > 0) {
+                int32_t d;
+                if (cut_mode) {
+                    d = pat[j].distance(x, xlen, t.cutoff, true);
+                    t.cutoff = std::min(t.cutoff, d);
+                } else {
+                    d = pat[j].distance(x, xlen, 0, false);
+                }
+                if (t.quoted) d *= 2;
+                s = 1.0 - static_cast<double>(d) / static_cast<double>(std::max(t.length, xlen));
+                if (s < 0.0) s = 0.0;
+            }
+            if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
+            if (s > best[j]) {
+                best[j] = s;
+                t.position = static_cast<int32_t>(off);
+                t.matchLength = static_cast<int32_t>(wlen);
+                t.score = s;
+            }
+            cur[j] = s;
+        }
+        std::copy(cur, cur + nterms, prev);
+    }
+
+    double acc = 0.0;
+    int count = 0;
+    for (int j = 0; j < nterms; ++j) {
+        switch (Recherche[j].op) {
+        case TERM_REQUIRED: acc *= best[j]; break;
+        case TERM_OPTIONAL: acc += best[j]; ++count; break;
+        case TERM_EXCLUDED: acc *= 1.0 - best[j]; break;
+        case TERM_PHRASE: acc *= best[j]; break;
+        default: break;
+        }
+    }
+    double r = count > 0 ? acc / count : acc;
+    return r < 0.0 ? 0.0 : r > 1.0 ? 1.0 : r;
+}
+
+UDFKIT_API double FuzzySearch(const char *pattern, const char *text) {
+    if (!Inited) {
+        fill_vowels();
+        Inited = 1;
+    }
+    BuildRecherche(pattern);
+    for (SearchTerm &t : Recherche) {
+        if (!t.word) break;
+        t.cutoff = 255;
+        t.position = -1;
+    }
+    if (!text) return 0.0;
+    const size_t n = std::strlen(text);
+    return _FuzzySearch(text, n > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n));
+}
+
+}  // extern "C"

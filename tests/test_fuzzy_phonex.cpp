@@ -1,0 +1,156 @@
+// Phonex keys, edit distances (against a plain reference on random pairs).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "host/testhost.hpp"
+#include "udfkit/fuzzy.h"
+#include "udfkit/sqlfunc.h"
+
+using namespace udfkit::test;
+
+namespace {
+
+std::string key(const std::string &w) {
+    char out[UDFKIT_STDMOT_SIZE];
+    std::memset(out, 'Z', sizeof out);
+    EXPECT_EQ(Phonex(w.c_str(), out), out);
+    return out;
+}
+
+TEST(Phonex, Keys) {
+    const char *cases[][2] = {
+        {"PHILIPPE", "FILIPPE"}, {"THOMAS", "TOMAS"},   {"MARTIN", "MART4"},  {"HENRI", "1RI"},
+        {"CHAT", "5A"},          {"CHANT", "51"},       {"SCHEMA", "5EMA"},   {"ROSE", "ROZE"},
+        {"SOUS", "S3S"},         {"QUEUE", "KEE"},      {"GUY", "KI"},        {"CECI", "SESI"},
+        {"EAU", "O"},            {"SEAUX", "SO"},       {"OUATE", "2TE"},     {"PAIN", "P4"},
+        {"PEINE", "PYNE"},       {"AIMER", "YNYR"},     {"MAISON", "MYS6"},   {"BONBON", "B6B6"},
+        {"ONE", "6E"},           {"CAMION", "KAMI6"},   {"DUPONT", "DUP6"},   {"ROBERT", "ROBYR"},
+        {"ANNE", "1NE"},         {"VINCENT", "V4K1"},   {"GANT", "K1"},       {"GAIN", "K4"},
+        {"GAMBADE", "K1BADE"},   {"GAIMAT", "KYNA"},    {"TEXT", "TEX"},      {"XT", "X"},
+        {"T", ""},               {"", ""},              {"EAIN", "E4"},       {"HACHE", "A5E"},
+        {"QATAR", "KATAR"},      {"SCIE", "SIE"},       {"ESSAI", "YSY"},     {"SHAH", "5A"},
+        {"DUPOND", "DUP6D"},     {"DURAND", "DUR1D"},   {"LEFEBVRE", "LEFEBVRE"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(key(c[0]), c[1]) << c[0];
+}
+
+TEST(Phonex, LongWordsAreCut) {
+    std::string w(600, 'B');
+    char out[UDFKIT_STDMOT_SIZE + 8];
+    std::memset(out, 'Z', sizeof out);
+    Phonex(w.c_str(), out);
+    EXPECT_EQ(std::strlen(out), 270u);
+    PhonexNone(w.c_str(), out);
+    EXPECT_EQ(std::strlen(out), UDFKIT_STDMOT_SIZE - 1u);
+}
+
+TEST(Phonex, SetPhonexSwitchesTheFunction) {
+    TestHost h;
+    char out[UDFKIT_STDMOT_SIZE];
+    EXPECT_TRUE(h.call(fuzzysetphonex, {I(0)}).exact(0));
+    EXPECT_EQ(Phonetiseur, PhonexNone);
+    EXPECT_STREQ(Phonetiseur("PHILIPPE", out), "PHILIPPE");
+    EXPECT_TRUE(h.call(fuzzysetphonex, {I(7)}).exact(0));
+    EXPECT_EQ(Phonetiseur, Phonex);
+    Describe d = h.describe(fuzzysetphonex, {arg(UDF_T_INTEGER, 4)});
+    EXPECT_EQ(d.type, UDF_T_SMALLINT);
+    EXPECT_EQ(d.size, 0);
+    EXPECT_FALSE(d.touched_host);
+}
+
+// The two-row programme exactly as described, with the cut-off rule.
+int32_t reference(const std::string &a, const std::string &b, int32_t cut, bool use_cut) {
+    const int32_t l1 = (int32_t)a.size(), l2 = (int32_t)b.size();
+    if (l1 == 0) return l2;
+    if (l2 == 0) return l1;
+    if (l1 > 255 || l2 > 255) return 1000000;
+    if (use_cut && std::abs(l1 - l2) >= cut) return 1000000;
+    std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
+    for (int32_t j = 0; j <= l2; ++j) prev[j] = j;
+    for (int32_t i = 1; i <= l1; ++i) {
+        cur[0] = prev[0] + 1;
+        bool all_at_or_above = true;
+        for (int32_t j = 1; j <= l2; ++j) {
+            cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
+            if (cur[j] < cut) all_at_or_above = false;
+        }
+        if (use_cut && all_at_or_above) return 1000000;
+        std::swap(prev, cur);
+    }
+    return prev[l2];
+}
+
+TEST(LevDist, Examples) {
+    std::string w256(256, 'A');
+    struct {
+        const char *a, *b;
+        int32_t cut;  // -1: LevDist
+        int32_t want;
+    } cases[] = {
+        {"", "ABC", -1, 3},
+        {"ABC", "", -1, 3},
+        {"", "", -1, 0},
+        {"FLAW", "LAWN", -1, 2},
+        {"ABC", "ABCDEF", 3, 1000000},
+        {"ABC", "ABCDEF", 4, 3},
+        {"AB", "BA", 2, 2},
+        {"XYZ", "ABC", 1, 1000000},
+        {"", "ABCD", 0, 4},
+        {"ABCD", "", 0, 4},
+        {w256.c_str(), w256.c_str(), -1, 1000000},
+        {w256.c_str(), w256.c_str(), 300, 1000000},
+        {"DUPOND", "DUPONT", 255, 1},
+        {"HABITE", "DUPONT", 1, 1000000},
+    };
+    for (const auto &c : cases) {
+        int32_t got = c.cut < 0 ? LevDist(c.a, c.b) : LevDistCutOff(c.a, c.b, c.cut);
+        EXPECT_EQ(got, c.want) << c.a << " / " << c.b << " cut " << c.cut;
+    }
+}
+
+// Millions of random pairs over small alphabets (so that distances are
+// small and the cut-off fires at every stage), lengths up to 80 so that
+// both the bit-vector path and the long-string path run.
+TEST(LevDist, SameAsTheTwoRowProgrammeOnRandomPairs) {
+    std::mt19937 rng(12345);
+    const int kPairs = 2000000;
+    long mismatches = 0;
+    std::string a, b;
+    for (int n = 0; n < kPairs && mismatches < 10; ++n) {
+        const int alphabet = 2 + (int)(rng() % 4);
+        const int max_len = n % 50 == 0 ? 80 : 14;
+        a.resize(rng() % (max_len + 1));
+        b.resize(rng() % (max_len + 1));
+        for (char &c : a) c = (char)('A' + rng() % alphabet);
+        for (char &c : b) c = (char)('A' + rng() % alphabet);
+        const int32_t cut = (int32_t)(rng() % 18) - 2;
+        const int32_t want_cut = reference(a, b, cut, true);
+        const int32_t got_cut = LevDistCutOff(a.c_str(), b.c_str(), cut);
+        const int32_t want = reference(a, b, 0, false);
+        const int32_t got = LevDist(a.c_str(), b.c_str());
+        if (got_cut != want_cut || got != want) {
+            ++mismatches;
+            ADD_FAILURE() << a << " / " << b << " cut " << cut << ": " << got_cut << " vs " << want_cut
+                          << ", plain " << got << " vs " << want;
+        }
+    }
+}
+
+TEST(LevDist, LongStringsBothWays) {
+    // 100-byte strings take the two-row path; a short one against a long
+    // one takes the swapped bit-vector path of LevDist.
+    std::string a(100, 'A'), b(100, 'A');
+    b[50] = 'B';
+    EXPECT_EQ(LevDist(a.c_str(), b.c_str()), 1);
+    EXPECT_EQ(LevDist("AAB", a.c_str()), 98);
+    EXPECT_EQ(LevDist(a.c_str(), "AAB"), 98);
+    EXPECT_EQ(LevDistCutOff(a.c_str(), b.c_str(), 1), 1000000);
+    EXPECT_EQ(LevDistCutOff(a.c_str(), b.c_str(), 2), 1);
+}
+
+}  // namespace
