@@ -49,6 +49,16 @@ UDFKIT_API void garbage_str(char *text);
  * returns 0. */
 UDFKIT_API int32_t _mk_using_nombre(const char *number, const char *mask, char *out);
 
+/* Lays the date (a day number, Date of udfkit/date.h: day 1 = 1 January
+ * 1810) out under mask into out, which holds at least strlen(mask) + 1
+ * bytes; the result always has the mask's width.  Always returns 0. */
+UDFKIT_API int32_t _mk_using_date(int32_t date, const char *mask, char *out);
+
+/* Weekday abbreviations, 0 Sunday .. 6 Saturday, and month abbreviations,
+ * 0 January .. 11 December, as the date masks write them. */
+UDFKIT_API extern const char *const Ar_jour[7];
+UDFKIT_API extern const char *const Ar_mois[12];
+
 #ifdef __cplusplus
 }
 #endif
