@@ -95,14 +95,14 @@ UDFKIT_API int32_t _mk_using_nombre(const char *number, const char *mask, char *
     // 3. Round a plain decimal to the digit positions after the mask's point;
     // the 1e-10 turns a half in the last place into a round-up.
     if (work[0] && plain_decimal(work)) {
-        int places = 0;
+        size_t places = 0;
         if (point)
             for (const char *m = point + 1; *m; ++m)
                 if (*m == '#' || *m == '$' || *m == '&' || *m == '-' || *m == '<') ++places;
-        char fmt[32];
-        std::snprintf(fmt, sizeof fmt, "%%.%df", places);
+        // More places than the work text can hold would only be cut off.
+        if (places > kWorkSize) places = kWorkSize;
         const double value = std::strtod(work, nullptr) + 1e-10;
-        std::snprintf(work, sizeof work, fmt, value);
+        if (std::snprintf(work, sizeof work, "%.*f", static_cast<int>(places), value) < 0) work[0] = '\0';
         garbage_str(work);
     }
 

@@ -48,11 +48,11 @@ DateParts parts_of(Date date) {
     two_digits(p.day, d);
     two_digits(p.month, m);
     // "%4.4d" of the year.  Years outside 0..9999 (day numbers millions of
-    // days from today) write more than four characters; the field keeps the
-    // run's width with the last four of them, so yy and yyyy agree.
-    char year[16];
-    const int n = std::snprintf(year, sizeof year, "%4.4d", static_cast<int>(y));
-    std::memcpy(p.year, year + (n - 4), 4);
+    // days from today) would need more than four characters; the field
+    // keeps the run's width with the year's last four digits, so yy and
+    // yyyy agree.
+    int64_t mag = y < 0 ? -static_cast<int64_t>(y) : y;
+    for (int i = 3; i >= 0; --i, mag /= 10) p.year[i] = static_cast<char>('0' + mag % 10);
     // Parts outside their range cannot index the name tables: such a date
     // shows "???" for the name.
     p.weekday_name = (wd >= 0 && wd <= 6) ? Ar_jour[wd] : "???";
