@@ -1,6 +1,7 @@
 // Text quality: letter and letter-pair frequency scores against the
 // reference statistics, and the SQL functions freqquality, digramquality
 // and textquality.
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cmath>
@@ -61,32 +62,49 @@ void fold_case(double (&v)[256]) {
     }
 }
 
-// Lookup structures of one digram table, fixed by its keys: the slot index
-// (slot[key % 2231] = the last row with that residue, 0 for a slot no row
-// reaches, which names the sentinel whose key 0 matches no letter pair) and,
-// for keys whose slot names another row, the answer of a scan of the table
-// for the first row with the key, computed once here instead of per pair.
-struct DigramIndex {
-    uint16_t slot[kDigramSlots];
-    int16_t first_row[65536];  // -1: no row has the key
+constexpr int kLetters = 52;
+constexpr int kClasses = kLetters + 1;  // the letters, then "no letter"
 
-    DigramIndex(const DigramEntry *table, int rows) {
-        std::memset(slot, 0, sizeof slot);
+// Position of an ASCII letter in "A..Za..z", -1 for any other byte.
+constexpr int letter_index(int c) {
+    return c >= 'A' && c <= 'Z' ? c - 'A' : c >= 'a' && c <= 'z' ? 26 + c - 'a' : -1;
+}
+
+// The row of one digram table that each pair of byte classes names; a pair
+// in no row, or with a non-letter class, names `rows` (one past the table),
+// a bin that is thrown away.  It is built once per table by the table's
+// lookup rule: an index of 2231 slots, slot[key % 2231] = i for each row i
+// in table order (a later row overwrites an earlier one; a slot that no row
+// reaches holds 0, the sentinel, whose key 0 is no letter pair); the row in
+// the key's slot when its key matches, otherwise the first row with the key
+// in a scan of the table.  Scoring then costs one load per byte, whatever
+// the text: a text of pairs the reference lacks never scans.
+struct PairRows {
+    uint16_t row[kClasses * kClasses];
+
+    PairRows(const DigramEntry *table, int rows) {
+        uint16_t slot[kDigramSlots] = {};
         for (int i = 0; i < rows; ++i) slot[table[i].key % kDigramSlots] = static_cast<uint16_t>(i);
-        for (auto &r : first_row) r = -1;
-        for (int i = rows - 1; i >= 0; --i) first_row[table[i].key] = static_cast<int16_t>(i);
-    }
-
-    int lookup(const DigramEntry *table, unsigned key) const {
-        int row = slot[key % kDigramSlots];
-        if (table[row].key == key) return row;
-        return first_row[key];
+        for (uint16_t &r : row) r = static_cast<uint16_t>(rows);
+        for (int a = 0; a < 256; ++a) {
+            for (int b = 0; b < 256; ++b) {
+                if (letter_index(a) < 0 || letter_index(b) < 0) continue;
+                const unsigned key = static_cast<unsigned>(a * 256 + b);
+                int found = slot[key % kDigramSlots];
+                if (table[found].key != key) {
+                    found = rows;
+                    for (int i = 0; i < rows && found == rows; ++i)
+                        if (table[i].key == key) found = i;
+                }
+                row[letter_index(a) * kClasses + letter_index(b)] = static_cast<uint16_t>(found);
+            }
+        }
     }
 };
 
-const DigramIndex &index_of(bool caseless) {
-    static const DigramIndex lower(FreqDigram, kDigramRows);
-    static const DigramIndex upper(FreqUpperDigram, kUpperDigramRows);
+const PairRows &pair_rows(bool caseless) {
+    static const PairRows lower(FreqDigram, kDigramRows);
+    static const PairRows upper(FreqUpperDigram, kUpperDigramRows);
     return caseless ? upper : lower;
 }
 
@@ -97,9 +115,17 @@ double score_of_distance(double d) { return 1.0 - std::fmin(1.0, std::sqrt(d)); 
 extern "C" {
 
 UDFKIT_API double CpuFreqQuality(const char *text, const char *charset, int32_t caseless) {
-    double expected[256];
-    for (int c = 0; c < 256; ++c) expected[c] = Frequences[c] / static_cast<double>(kLetterTotal);
-    if (caseless) fold_case(expected);
+    // Expected distribution, as is and folded: the reference never changes.
+    struct Expected {
+        double plain[256], folded[256];
+        Expected() {
+            for (int c = 0; c < 256; ++c)
+                plain[c] = folded[c] = Frequences[c] / static_cast<double>(kLetterTotal);
+            fold_case(folded);
+        }
+    };
+    static const Expected reference;
+    const double *expected = caseless ? reference.folded : reference.plain;
 
     CountedBytes bytes(text, charset);
     uint64_t count[256] = {};
@@ -111,9 +137,11 @@ UDFKIT_API double CpuFreqQuality(const char *text, const char *charset, int32_t 
         if (is_letter(static_cast<unsigned char>(c))) letters += count[c];
     if (letters == 0) return 0.0;
 
-    double observed[256];
+    // Only the letters' observed shares take part in the distance.
+    double observed[256] = {};
     for (int c = 0; c < 256; ++c)
-        observed[c] = static_cast<double>(count[c]) / static_cast<double>(letters);
+        if (is_letter(static_cast<unsigned char>(c)))
+            observed[c] = static_cast<double>(count[c]) / static_cast<double>(letters);
     if (caseless) fold_case(observed);
 
     double d = 0;
@@ -125,37 +153,55 @@ UDFKIT_API double CpuFreqQuality(const char *text, const char *charset, int32_t 
 UDFKIT_API double CpuDigramQuality(const char *text, const char *charset, int32_t caseless) {
     DigramEntry *table = caseless ? FreqUpperDigram : FreqDigram;
     const int rows = caseless ? kUpperDigramRows : kDigramRows;
-    for (int i = 0; i < rows; ++i) table[i].count = 0;
-    const DigramIndex &index = index_of(caseless != 0);
+    const PairRows &pairs_of = pair_rows(caseless != 0);
 
     CountedBytes bytes(text, charset);
-    if (bytes.size() < 2) return 0.0;
+    if (bytes.size() < 2) {
+        for (int i = 0; i < rows; ++i) table[i].count = 0;
+        return 0.0;
+    }
 
-    // A row's count and the pair total are 32-bit: past INT32_MAX pairs
-    // (a text of over 2 GiB) the rest of the text is not counted.
+    // The class of each byte: its letter, the letter of its upper-case form
+    // (C library toupper) when caseless, or "no letter" for every other
+    // byte and for a letter whose upper-case form is no ASCII letter (such
+    // a pair's key matches no row).
+    uint8_t cls[256];
+    for (int c = 0; c < 256; ++c) {
+        int k = letter_index(c);
+        if (k >= 0 && caseless) k = letter_index(std::toupper(c));
+        cls[c] = static_cast<uint8_t>(k >= 0 ? k : kLetters);
+    }
+
+    // Counts per row, plus the discard bin.  Counts are 32-bit: of a text
+    // longer than 2 GiB only the first INT32_MAX pairs are counted.
+    uint32_t bins[kDigramRows + 1] = {};
     const unsigned char *p = bytes.data();
-    const size_t last = bytes.size() - 1;
-    int32_t pairs = 0;
-    for (size_t i = 0; i < last && pairs < INT32_MAX; ++i) {
-        unsigned a = p[i], b = p[i + 1];
-        if (!is_letter(static_cast<unsigned char>(a)) || !is_letter(static_cast<unsigned char>(b)))
+    const size_t n = std::min<size_t>(bytes.size(), static_cast<size_t>(INT32_MAX) + 1);
+    unsigned prev = cls[p[0]];
+    for (size_t i = 1; i < n; ++i) {
+        const unsigned cur = cls[p[i]];
+        ++bins[pairs_of.row[prev * kClasses + cur]];
+        prev = cur;
+    }
+    // Every pair lands in a row or in the discard bin.
+    const auto pairs = static_cast<int32_t>((n - 1) - bins[rows]);
+
+    // One pass over the table: its working count, and when pairs were
+    // counted, observed = count / pairs (0 exactly where count is 0) and the
+    // distance over the rows the text has.
+    double d = 0;
+    for (int i = 0; i < rows; ++i) {
+        DigramEntry &r = table[i];
+        r.count = static_cast<int32_t>(bins[i]);
+        if (pairs == 0) continue;
+        if (r.count == 0) {
+            r.observed = 0.0;
             continue;
-        if (caseless) {
-            a = static_cast<unsigned char>(std::toupper(static_cast<int>(a)));
-            b = static_cast<unsigned char>(std::toupper(static_cast<int>(b)));
         }
-        int row = index.lookup(table, a * 256 + b);
-        if (row < 0) continue;
-        ++table[row].count;
-        ++pairs;
+        r.observed = r.count / static_cast<double>(pairs);
+        d += std::fabs(r.expected - r.observed);
     }
     if (pairs == 0) return 0.0;
-
-    for (int i = 0; i < rows; ++i)
-        table[i].observed = table[i].count / static_cast<double>(pairs);
-    double d = 0;
-    for (int i = 0; i < rows; ++i)
-        if (table[i].count != 0) d += std::fabs(table[i].expected - table[i].observed);
     return score_of_distance(d);
 }
 
