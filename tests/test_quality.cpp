@@ -185,6 +185,21 @@ TEST(QualityScores, WorkedOutDistances) {
 
 }
 
+// Every row of both tables is found, whichever rows share its index slot:
+// a text of that one pair scores 1 - sqrt(1 - expected).
+TEST(QualityScores, EveryReferencePairIsFound) {
+    for (const Table &t : tables()) {
+        SCOPED_TRACE(t.name);
+        for (size_t i = 1; i < t.count; ++i) {
+            char text[3] = {static_cast<char>(t.rows[i].key >> 8),
+                            static_cast<char>(t.rows[i].key & 0xff), 0};
+            if (t.upper_only) text[1] = static_cast<char>(std::tolower(text[1]));
+            const double want = 1 - std::sqrt(1 - t.rows[i].expected);
+            ASSERT_DOUBLE_EQ(CpuDigramQuality(text, "", t.upper_only), want) << text;
+        }
+    }
+}
+
 TEST(QualityScores, CaseFoldingAndConversion) {
     const char *texts[] = {kFrench, kPangram, "Zzz ZZZ zzz", "ab"};
     for (const char *t : texts) {

@@ -45,7 +45,19 @@ From corpus counts to the tables
       letters (de, De, dE and DE all count as DE).
 
     So the telling values and totals are exact, while everything else
-    carries the shape of the corpus.  Run with --check to print the scores
+    carries the shape of the corpus.
+
+How close the scores come to those of the original reference corpus
+    (case-sensitive / caseless; reference values in brackets):
+
+      "Le petit chat est sur le toit de la maison"
+          letters 0.3106 / 0.3434 (0.31 / 0.35), pairs 0.1200 / 0.1252 (0.126 / 0.132)
+      "The quick brown fox jumps over the lazy dog"
+          letters 0.1242 / 0.1704 (0.107 / 0.163), pairs 0.0436 / 0.0457 (0.037 / 0.040)
+
+    Within 0.007 for the French sentence and 0.018 for the English one:
+    manual pages hold more English words and identifiers than ordinary
+    prose, which makes English text look a little less foreign.  Run with --check to print the scores
     of a few reference sentences computed from the fresh tables, without
     writing anything.
 
