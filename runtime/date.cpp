@@ -76,7 +76,13 @@ Ymd split(Date n) noexcept {
     return r;
 }
 
-char *put_padded(char *out, int32_t v, int width) noexcept {
+#define UDFKIT_D10(t) t "0" t "1" t "2" t "3" t "4" t "5" t "6" t "7" t "8" t "9"
+const char kTwoDigits[201] =
+    UDFKIT_D10("0") UDFKIT_D10("1") UDFKIT_D10("2") UDFKIT_D10("3") UDFKIT_D10("4")
+    UDFKIT_D10("5") UDFKIT_D10("6") UDFKIT_D10("7") UDFKIT_D10("8") UDFKIT_D10("9");
+#undef UDFKIT_D10
+
+char *put_padded_slow(char *out, int32_t v, int width) noexcept {
     int64_t x = v;
     if (x < 0) {
         *out++ = '-';
@@ -179,12 +185,14 @@ UDFKIT_API int32_t weekdaydate(Date n) {
 
 UDFKIT_API char *date2char(Date n, char *out) {
     const Ymd d = split(n);
-    const bool two_digit_year = setting_at(DbDate, 3) == '2';
-    const char sep = setting_at(DbDate, 4);
+    char setting[5] = {};
+    std::memcpy(setting, DbDate, strnlen(DbDate, sizeof setting));
+    const bool two_digit_year = setting[3] == '2';
+    const char sep = setting[4];
     char *p = out;
     for (size_t i = 0; i < 3; ++i) {
         // A position naming no field writes nothing.
-        switch (setting_at(DbDate, i)) {
+        switch (setting[i]) {
         case 'D': p = put_padded(p, d.day, 2); break;
         case 'M': p = put_padded(p, d.month, 2); break;
         case 'Y':

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "udfkit/date.h"
 
@@ -54,7 +55,25 @@ constexpr Ymd civil_from_days(int64_t z) {
 // leaves LastYear/LastDate at the start of the year it found.
 Ymd split(Date n) noexcept;
 
-// %.Nd of v (N = 2 or 4) at out; returns the end.  No terminator.
-char *put_padded(char *out, int32_t v, int width) noexcept;
+// "00" ... "99".
+extern const char kTwoDigits[201];
+
+inline char *put2(char *out, unsigned v) noexcept {  // v in 0 ... 99
+    std::memcpy(out, kTwoDigits + 2 * v, 2);
+    return out + 2;
+}
+
+inline char *put4(char *out, unsigned v) noexcept {  // v in 0 ... 9999
+    return put2(put2(out, v / 100), v % 100);
+}
+
+// printf's %.Nd of v at out; returns the end.  No terminator.
+char *put_padded_slow(char *out, int32_t v, int width) noexcept;
+
+inline char *put_padded(char *out, int32_t v, int width) noexcept {
+    if (width == 2 && v >= 0 && v < 100) return put2(out, static_cast<unsigned>(v));
+    if (width == 4 && v >= 0 && v < 10000) return put4(out, static_cast<unsigned>(v));
+    return put_padded_slow(out, v, width);
+}
 
 }  // namespace udfkit::date

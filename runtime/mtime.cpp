@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "runtime/date_internal.hpp"
 #include "udfkit/date.h"
 
 extern "C" {
@@ -86,6 +87,15 @@ extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format
         return true;
     };
     auto put_num = [&](long long v, int width, Pad pad) -> bool {
+        if (pad != Pad::Blank && v >= 0 && (width == 2 ? v < 100 : width == 4 && v < 10000)) {
+            if (n + static_cast<size_t>(width) >= max) return false;
+            if (out) {
+                if (width == 2) udfkit::date::put2(out + n, static_cast<unsigned>(v));
+                else udfkit::date::put4(out + n, static_cast<unsigned>(v));
+            }
+            n += static_cast<size_t>(width);
+            return true;
+        }
         char buf[32];
         const int len = number_text(buf, v, width, pad);
         if (len != width) return false;
@@ -110,7 +120,9 @@ extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format
             continue;
         }
         if (c != '%') {
-            if (!put(p, 1)) return 0;
+            if (n + 1 >= max) return 0;
+            if (out) out[n] = static_cast<char>(c);
+            ++n;
             ++p;
             continue;
         }
