@@ -8,9 +8,11 @@
 // significant digit into the fill character.  The floating '$' looks for
 // the first character to its right that is neither a blank nor a comma, so
 // '#' positions that are still '#' keep it on its own position.
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstring>
+#include <system_error>
 
 #include "udfkit/masks.h"
 
@@ -22,6 +24,7 @@ namespace {
 // to the buffer: the layout only ever reads the work text, so a cut text
 // still gives a result of the mask's width.
 constexpr size_t kWorkSize = 1100;
+constexpr size_t kMaxPlaces = 700;
 
 bool plain_decimal(const char *s) {
     bool point = false;
@@ -44,6 +47,32 @@ void place_currency(char *out, size_t len, size_t from) {
     size_t j = from + 1;
     while (j < len && (out[j] == ' ' || out[j] == ',')) ++j;
     out[j - 1] = '$';
+}
+
+// The number is read and printed with the C library's conversions of the
+// C locale whatever locale the host runs under (a decimal comma would
+// otherwise cut the number at its point): from_chars reads like strtod and
+// to_chars with a precision prints like "%.*f", both correctly rounded.
+double read_decimal(const char *text) {
+    double value = 0;
+    const char *end = text + std::strlen(text);
+    const auto r = std::from_chars(text, end, value, std::chars_format::fixed);
+    if (r.ec == std::errc::result_out_of_range) {
+        // Too large for a double: strtod's HUGE_VAL; too small: zero.
+        const char *digit = std::find_if(text, end, [](char c) { return c >= '1' && c <= '9'; });
+        const char *point = std::find(text, end, '.');
+        value = digit < point ? HUGE_VAL : 0.0;
+    } else if (r.ec != std::errc()) {
+        value = 0;  // "." alone
+    }
+    return value;
+}
+
+void print_fixed(char *buf, size_t size, double value, int places) {
+    const auto r = std::to_chars(buf, buf + size - 1, value, std::chars_format::fixed, places);
+    // With at most kMaxPlaces places every double fits; should a text not
+    // fit all the same, the work text is empty (the number zero).
+    *(r.ec == std::errc() ? r.ptr : buf) = '\0';
 }
 
 bool fill_target(char c) {
@@ -99,10 +128,18 @@ UDFKIT_API int32_t _mk_using_nombre(const char *number, const char *mask, char *
         if (point)
             for (const char *m = point + 1; *m; ++m)
                 if (*m == '#' || *m == '$' || *m == '&' || *m == '-' || *m == '<') ++places;
-        // More places than the work text can hold would only be cut off.
-        if (places > kWorkSize) places = kWorkSize;
-        const double value = std::strtod(work, nullptr) + 1e-10;
-        if (std::snprintf(work, sizeof work, "%.*f", static_cast<int>(places), value) < 0) work[0] = '\0';
+        // Masks far longer than format's 99 characters could ask for more
+        // places than the work buffer holds next to a double's 309 integer
+        // digits; beyond 700 places they are cut to 700.
+        if (places > kMaxPlaces) places = kMaxPlaces;
+        const double value = read_decimal(work) + 1e-10;
+        // A number beyond a double has more than 300 integer digits: it
+        // fits no mask, and shows as one that does not fit.
+        if (!std::isfinite(value)) {
+            std::memset(out, '*', len);
+            return 0;
+        }
+        print_fixed(work, sizeof work, value, static_cast<int>(places));
         garbage_str(work);
     }
 
