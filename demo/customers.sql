@@ -28,10 +28,10 @@ insert into customers values
   'M. Martin a signalé un retard de livraison; geste commercial accordé.',
   '{"name":"François Martin","tags":[],"orders":[],"active":true,"note":"caf\u00e9 \"Le Port\""}'),
  (4, 'F', 'élodie', 'ROUSSEAU', '27 rue Nationale', 'Lille', 'elodie.rousseau@example.fr',
-  '2 88 11 59 350 044 90', '02/11/1988', 80100, '99999.99',
+  '2 88 11 59 350 044 90', '02/11/1988', 77321, '99999.99',
   'Mme Rousseau, cliente fidèle, souhaite un devis pour 200 unités.',
   '{"name":"Élodie Rousseau","tags":["pro","lille"],"orders":[{"ref":"C-1","amount":1999.99}],"active":true}'),
  (5, 'M', 'thomas', 'BERNARD', '3 cours Mirabeau', 'Aix-en-Provence', 'thomas.bernard@example.fr',
-  '1 02 01 13 001 233 07', '30/01/2002', 81000, '0.05',
+  '1 02 01 13 001 233 07', '30/01/2002', 78655, '0.05',
   'Nouveau client; premier achat en ligne, paiement par carte.',
   '{"name":"Thomas Bernard","tags":["web"],"orders":[{"ref":"D-9","amount":0.05}],"active":true}');
