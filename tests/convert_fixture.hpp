@@ -5,20 +5,18 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 #include "udfkit/convert.h"
 #include "udfkit/date.h"
-#include "udfkit/decimal.h"
 #include "udfkit/null.h"
 
 namespace cvtest {
 
-// One source value with its own storage; sv() gives a fresh record that
-// points into it (the storage must outlive the record).
+// One source value with its own storage; sv() gives a record pointing into it.
 struct Src {
-    uint16_t type = 0;
-    uint16_t size = 0;
+    uint16_t type = 0, size = 0;
     alignas(8) unsigned char cell[32] = {};
     std::string text;  // char, vchar, blob
     VChar vc{0, nullptr};
@@ -28,8 +26,7 @@ struct Src {
         void *data = cell;
         if (type == UDF_T_CHAR) data = text.data();
         if (type == UDF_T_VCHAR || type == UDF_T_BLOB) {
-            vc.vc_len = static_cast<int32_t>(text.size());
-            vc.vc_data = text.data();
+            vc = VChar{static_cast<int32_t>(text.size()), text.data()};
             data = &vc;
         }
         var = SqlVar{type, size, data};
@@ -38,10 +35,10 @@ struct Src {
 };
 
 template <class T>
-inline Src num(uint16_t type, T v) {
+Src num(uint16_t type, T v, uint16_t size = 8) {
     Src s;
     s.type = type;
-    s.size = type == UDF_T_FLOAT ? 8 : 0;
+    s.size = size;
     std::memcpy(s.cell, &v, sizeof v);
     return s;
 }
@@ -59,35 +56,27 @@ inline Src txt(std::string t, uint16_t type = UDF_T_CHAR) {
 inline Src vch(std::string t) { return txt(std::move(t), UDF_T_VCHAR); }
 inline Src dec(const char *t, uint16_t size) {
     Decimal d;
-    EXPECT_EQ(_deccvasc(t, static_cast<int32_t>(std::strlen(t)), &d), 0) << t;
-    Src s = num(UDF_T_DECIMAL, d);
-    s.size = size;
-    return s;
+    _deccvasc(t, static_cast<int32_t>(std::strlen(t)), &d);
+    return num(UDF_T_DECIMAL, d, size);
 }
 inline Src null_of(uint16_t type) {
-    Src s;
-    s.type = type;
-    s.size = 8;
-    SqlVar *v = s.sv();
-    _nullvar(v);
+    Src s = num<uint64_t>(type, 0);
+    _nullvar(s.sv());
     return s;
 }
-
 inline uint64_t bits(double d) {
     uint64_t u;
     std::memcpy(&u, &d, sizeof u);
     return u;
 }
 
-// Dates and datetimes in a known zone and under the default settings.
+// Dates and datetimes in UTC under the default settings.
 class Env : public ::testing::Environment {
 public:
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
-        unsetenv("DBDATE");
-        unsetenv("DBDATETIME");
-        unsetenv("DBTODAY");
+        for (const char *v : {"DBDATE", "DBDATETIME", "DBTODAY"}) unsetenv(v);
         _date_init();
     }
 };

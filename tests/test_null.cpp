@@ -4,18 +4,15 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 #include "udfkit/convert.h"
 #include "udfkit/null.h"
 
 namespace {
 
-// Big enough for any scalar storage, including a decimal record.
 struct Cell {
     alignas(8) unsigned char bytes[32];
 };
-
 template <class T>
 Cell cell_of(T v) {
     Cell c{};
@@ -23,125 +20,83 @@ Cell cell_of(T v) {
     return c;
 }
 
-struct NullCase {
-    const char *name;
-    uint16_t type;
-    Cell value;
-    int32_t null;
-};
-
 TEST(Null, IsNullVarPerType) {
-    const double qnan = std::numeric_limits<double>::quiet_NaN();
-    const NullCase cases[] = {
+    const struct {
+        const char *name;
+        uint16_t type;
+        Cell value;
+        int32_t null;
+    } cases[] = {
         {"char empty", UDF_T_CHAR, cell_of('\0'), 1},
-        {"char x", UDF_T_CHAR, cell_of('x'), 0},
         {"smallint min", UDF_T_SMALLINT, cell_of<int16_t>(-32768), 1},
-        {"smallint 0", UDF_T_SMALLINT, cell_of<int16_t>(0), 0},
         {"smallint -32767", UDF_T_SMALLINT, cell_of<int16_t>(-32767), 0},
-        {"int min", UDF_T_INTEGER, cell_of<int32_t>(INT32_MIN), 1},
         {"int 0", UDF_T_INTEGER, cell_of<int32_t>(0), 0},
-        {"serial min", UDF_T_SERIAL, cell_of<int32_t>(INT32_MIN), 1},
         {"date 0", UDF_T_DATE, cell_of<int32_t>(0), 1},
-        {"date min", UDF_T_DATE, cell_of<int32_t>(INT32_MIN), 1},
         {"date 1", UDF_T_DATE, cell_of<int32_t>(1), 0},
         {"datetime32 0", UDF_T_DATETIME32, cell_of<int32_t>(0), 0},
-        {"datetime32 min", UDF_T_DATETIME32, cell_of<int32_t>(INT32_MIN), 1},
-        {"float ones", UDF_T_FLOAT, cell_of<uint64_t>(~0ull), 1},
-        {"float qnan", UDF_T_FLOAT, cell_of(qnan), 0},
+        {"float quiet NaN", UDF_T_FLOAT, cell_of(std::nan("")), 0},
         {"float low half ones", UDF_T_FLOAT, cell_of<uint64_t>(0xffffffffull), 0},
         {"smallfloat ones", UDF_T_SMALLFLOAT, cell_of<uint64_t>(~0ull), 0},
-        {"long min", UDF_T_LONGINT, cell_of<int64_t>(INT64_MIN), 1},
-        {"long 0", UDF_T_LONGINT, cell_of<int64_t>(0), 0},
-        {"timestamp min", UDF_T_TIMESTAMP, cell_of<int64_t>(INT64_MIN), 1},
-        {"datetime min", UDF_T_DATETIME, cell_of<int64_t>(INT64_MIN), 1},
         {"datetime min+1", UDF_T_DATETIME, cell_of<int64_t>(INT64_MIN + 1), 0},
         {"user type", 14, cell_of<int64_t>(INT64_MIN), 0},
-        {"user type 0xffff", 0xffff, cell_of<int64_t>(INT64_MIN), 0},
     };
-    for (const auto &c : cases) {
-        Cell v = c.value;
-        SqlVar var{c.type, 8, v.bytes};
+    for (auto c : cases) {
+        SqlVar var{c.type, 8, c.value.bytes};
         EXPECT_EQ(_is_null_var(&var), c.null) << c.name;
     }
 }
 
-TEST(Null, NullvarWritesWhatIsNullVarAccepts) {
-    const uint16_t types[] = {UDF_T_CHAR, UDF_T_SMALLINT, UDF_T_INTEGER, UDF_T_FLOAT,
-                              UDF_T_DECIMAL, UDF_T_SERIAL, UDF_T_DATE, UDF_T_DATETIME32,
-                              UDF_T_LONGINT, UDF_T_TIMESTAMP, UDF_T_DATETIME};
-    for (uint16_t t : types) {
-        Cell c;
-        std::memset(c.bytes, 0x11, sizeof c.bytes);
-        SqlVar var{t, 8, c.bytes};
-        EXPECT_EQ(_is_null_var(&var), 0) << t;
+// What _nullvar writes is exactly what _is_null_var accepts, and no more.
+TEST(Null, NullvarPerType) {
+    const struct {
+        uint16_t type;
+        size_t written;  // bytes changed from the 0x11 fill
+    } cases[] = {{UDF_T_CHAR, 1},   {UDF_T_SMALLINT, 2}, {UDF_T_INTEGER, 4},   {UDF_T_FLOAT, 8},
+                 {UDF_T_DECIMAL, 6}, {UDF_T_SERIAL, 4},  {UDF_T_DATE, 4},      {UDF_T_DATETIME32, 4},
+                 {UDF_T_LONGINT, 8}, {UDF_T_TIMESTAMP, 8}, {UDF_T_DATETIME, 8}, {UDF_T_SMALLFLOAT, 0},
+                 {15, 0}};
+    for (auto c : cases) {
+        Cell cell;
+        std::memset(cell.bytes, 0x11, sizeof cell.bytes);
+        SqlVar var{c.type, 8, cell.bytes};
+        EXPECT_EQ(_is_null_var(&var), 0) << c.type;
         _nullvar(&var);
-        EXPECT_EQ(_is_null_var(&var), 1) << t;
+        EXPECT_EQ(_is_null_var(&var), c.written ? 1 : 0) << c.type;
+        for (size_t i = c.written; i < sizeof cell.bytes; ++i)
+            ASSERT_EQ(cell.bytes[i], 0x11) << "type " << c.type << " byte " << i;
     }
-}
-
-TEST(Null, NullvarExactBits) {
-    Cell c;
-    std::memset(c.bytes, 0x11, sizeof c.bytes);
-    SqlVar v{UDF_T_SMALLINT, 0, c.bytes};
-    _nullvar(&v);
-    EXPECT_EQ(c.bytes[0], 0x00);
-    EXPECT_EQ(c.bytes[1], 0x80);
-    EXPECT_EQ(c.bytes[2], 0x11) << "smallint null writes two bytes only";
-
-    std::memset(c.bytes, 0x11, sizeof c.bytes);
-    v = {UDF_T_FLOAT, 4, c.bytes};
-    _nullvar(&v);
-    EXPECT_EQ(c.bytes[3], 0xff);
-    EXPECT_EQ(c.bytes[4], 0x11) << "float null fills exactly var_size bytes";
-
-    // Decimal: exponent 0, sign -1, no digits; the digits stay as they were.
-    std::memset(c.bytes, 0x11, sizeof c.bytes);
-    v = {UDF_T_DECIMAL, 0x0502, c.bytes};
-    _nullvar(&v);
-    int16_t head[3];
-    std::memcpy(head, c.bytes, sizeof head);
-    EXPECT_EQ(head[0], 0);
-    EXPECT_EQ(head[1], -1);
-    EXPECT_EQ(head[2], 0);
-    EXPECT_EQ(c.bytes[6], 0x11);
-    // Only the sign decides: other fields may hold anything.
-    head[2] = 7;
-    std::memcpy(c.bytes, head, sizeof head);
-    EXPECT_EQ(_is_null_var(&v), 1);
-    // The float test on a null decimal's first bytes says no.
-    EXPECT_EQ(_is_nulld(reinterpret_cast<const double *>(c.bytes)), 0);
-
-    for (uint16_t t : {uint16_t(UDF_T_SMALLFLOAT), uint16_t(14), uint16_t(200)}) {
-        std::memset(c.bytes, 0x11, sizeof c.bytes);
-        v = {t, 8, c.bytes};
-        _nullvar(&v);
-        for (unsigned char b : c.bytes) ASSERT_EQ(b, 0x11) << t;
-    }
+    // A null decimal: only the sign decides, and the float test says no.
+    Decimal d{};
+    std::memset(&d, 0x11, sizeof d);
+    snulldec(&d);
+    EXPECT_EQ(d.dec_exp, 0);
+    EXPECT_EQ(d.dec_ndgts, 0);
+    d.dec_ndgts = 7;
+    SqlVar var{UDF_T_DECIMAL, 0x0502, &d};
+    EXPECT_EQ(_is_null_var(&var), 1);
+    EXPECT_EQ(_is_nulld(reinterpret_cast<const double *>(&d)), 0);
+    // A float null fills var_size bytes.
+    Cell f;
+    std::memset(f.bytes, 0x11, sizeof f.bytes);
+    SqlVar fv{UDF_T_FLOAT, 4, f.bytes};
+    _nullvar(&fv);
+    EXPECT_EQ(f.bytes[3], 0xff);
+    EXPECT_EQ(f.bytes[4], 0x11);
 }
 
 TEST(Null, VcharReleasesOnce) {
     VChar vc{5, static_cast<char *>(std::malloc(5))};
-    std::memcpy(vc.vc_data, "hello", 5);
-    SqlVar v{UDF_T_VCHAR, 0, &vc};
+    SqlVar v{UDF_T_BLOB, 0, &vc};
     EXPECT_EQ(_is_null_var(&v), 0);
     _nullvar(&v);
-    EXPECT_EQ(vc.vc_len, 0);
     EXPECT_EQ(_is_null_var(&v), 1);
-    // Already empty: nothing is freed again (the sanitizers would catch it).
+    // Already empty: nothing is freed again (the sanitizers would tell).
     snullvchar(&vc);
     _nullvar(&v);
-
-    VChar blob{3, static_cast<char *>(std::malloc(3))};
-    snullvchar(&blob);
-    snullvchar(&blob);
-    EXPECT_EQ(blob.vc_len, 0);
 }
 
 TEST(ConvertionFlag, StickyReadAndClear) {
     IsConvertionError();
-    EXPECT_EQ(IsConvertionError(), 0);
-    SetConvertionError();
-    EXPECT_EQ(IsConvertionError(), 1);
     EXPECT_EQ(IsConvertionError(), 0);
     SetConvertionError();
     SetConvertionError();
