@@ -111,7 +111,6 @@ struct CallState {
 
 thread_local CallState *g_call = nullptr;
 thread_local HostValueDesc g_desc;
-std::recursive_mutex g_lock;
 
 // A popped value: either an SQLite value or an owned item; neither means
 // the stack was empty.
@@ -439,7 +438,7 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
     state.argv = argv;
     state.args_left = argc;
 
-    std::lock_guard<std::recursive_mutex> lock(g_lock);
+    LibraryLock lock(library_lock());
     CallState *saved = g_call;
     g_call = &state;
     if (r.row->kind == Kind::Aggregate) {
@@ -733,6 +732,11 @@ int register_row(sqlite3 *db, const Resolved &r) {
 
 RowBlock::RowBlock(const FunctionRow *r, size_t n) : rows(r), count(n), next(g_rows) { g_rows = this; }
 NativeBlock::NativeBlock(NativeRegistrar r) : registrar(r), next(g_natives) { g_natives = this; }
+
+std::recursive_mutex &library_lock() {
+    static std::recursive_mutex lock;
+    return lock;
+}
 
 int result_subtype_flag() {
 #ifdef SQLITE_RESULT_SUBTYPE

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 
 #include "udfkit/host.h"
 
@@ -50,6 +51,11 @@ struct NativeBlock {
 // (seconds since 1970) when it is passed straight into a library function.
 constexpr unsigned kDateSubtype = 'D';
 constexpr unsigned kDateTimeSubtype = 'T';
+
+// The library's process-wide state is unlocked: every call into it, from
+// the bridge or from a native function, holds this one (recursive) lock.
+std::recursive_mutex &library_lock();
+using LibraryLock = std::lock_guard<std::recursive_mutex>;
 
 // Function flags for natives that set a result subtype.
 int result_subtype_flag();
