@@ -2,7 +2,6 @@
 // under a mask: a date through the date masks, anything else as a number
 // text through the number masks.
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "sqlfunc/hostcall.hpp"
