@@ -120,6 +120,19 @@ int64_t dmy2days_wide(int64_t day, int64_t month, int64_t year) {
     return days_from_civil(year, month, 1) + kUnixEpochDay + (day - 1);
 }
 
+// dmy2days_wide for a valid month, through the year tables in 1810 ...
+// 2404 (the years texts mostly hold).
+int64_t parsed_day_number(int64_t day, int32_t month, int64_t year) {
+    static constexpr int32_t kBefore[2][12] = {
+        {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334},
+        {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335}};
+    if (year >= 1810 && year <= 2404) {
+        const auto i = static_cast<size_t>(year - 1810);
+        return DaysToYear0[i] + kBefore[DaysOfYear[i]][month - 1] + day;
+    }
+    return dmy2days_wide(day, month, year);
+}
+
 // Position i of a settings area, or 0 past its end.
 char setting_at(const char *s, size_t i) {
     return i < strnlen(s, sizeof DbDate) ? s[i] : '\0';
@@ -215,12 +228,14 @@ UDFKIT_API Date todaydate(void) {
 
 UDFKIT_API Date Char2Date(const char *text, const char *format) {
     if (!text || !*text) return 0;
-    if (std::strcmp(text, "today") == 0) return todaydate();
+    if (text[0] == 't' && std::strcmp(text, "today") == 0) return todaydate();
     const size_t len = strnlen(text, 21);
     if (len > 20) return fail();
     if (!format) format = "";
-    if (std::strcmp(format, "DDMMYYYY") == 0) format = "DMY4";
-    else if (std::strcmp(format, "MMDDYYYY") == 0) format = "MDY4";
+    if (format[0] && format[0] == format[1]) {
+        if (std::strcmp(format, "DDMMYYYY") == 0) format = "DMY4";
+        else if (std::strcmp(format, "MMDDYYYY") == 0) format = "MDY4";
+    }
     char letter[3] = {};
     for (int i = 0; i < 3 && format[i]; ++i) letter[i] = format[i];
 
@@ -260,7 +275,7 @@ UDFKIT_API Date Char2Date(const char *text, const char *format) {
     year = complete_year(year);
     if (day > 31 || month > 12 || month == 0) return fail();
     if (day > month_length(year, static_cast<int32_t>(month))) return fail();
-    const int64_t n = dmy2days_wide(day, month, year);
+    const int64_t n = parsed_day_number(day, static_cast<int32_t>(month), year);
     // A year too far out for a 32-bit day number is as unusable as a bad day.
     if (n < INT32_MIN || n > INT32_MAX) return fail();
     return static_cast<Date>(n);

@@ -28,6 +28,10 @@ TEST_F(DateTest, ParsesUnderEachSetting) {
         {"DMY4/", "29/02/2020", dmy2days(29, 2, 2020)},
         {"DMY4/", "00/03/2020", dmy2days(29, 2, 2020)},
         {"DMY4/", "01/01/1809", -364},
+        {"DMY4/", "01/01/1810", 1},
+        {"DMY4/", "08/08/2404", 217175},
+        {"DMY4/", "31/12/2404", dmy2days(31, 12, 2404)},
+        {"DMY4/", "01/01/2405", 217321},
         {"MDY4/", "12/25/2020", kChristmas2020},
         {"MDY4/", "12252020", kChristmas2020},  // month-first 8 digits split 2, 2, 4
         {"YMD4-", "2020-12-25", kChristmas2020},
