@@ -158,25 +158,6 @@ TEST(Calendar, PartsAndCacheMatchTheWalk) {
     }
 }
 
-TEST(Calendar, PartsOfTellingDays) {
-    const struct { Date n; int y, m, d, wd; } cases[] = {
-        {77061, 2020, 12, 25, 5}, {1, 1810, 1, 1, 1},     {0, 1809, 12, 31, 0},
-        {-1, 1809, 12, 30, 6},    {-31, 1809, 11, 30, 4}, {7, 1810, 1, 7, 0},
-        {217175, 2404, 8, 8, 0},  {217176, 2404, 8, 9, 1},
-    };
-    for (auto c : cases) {
-        EXPECT_EQ(yeardate(c.n), c.y) << c.n;
-        EXPECT_EQ(monthdate(c.n), c.m) << c.n;
-        EXPECT_EQ(daydate(c.n), c.d) << c.n;
-        EXPECT_EQ(weekdaydate(c.n), c.wd) << c.n;
-    }
-    // A day number below the cached year restarts correctly.
-    EXPECT_EQ(yeardate(69397), 2000);
-    EXPECT_EQ(daydate(58440), 1);
-    EXPECT_EQ(monthdate(58440), 1);
-    EXPECT_EQ(yeardate(58440), 1970);
-}
-
 // The 32-bit extremes convert and round-trip; the cache is left alone.
 TEST(Calendar, WholeThirtyTwoBitRange) {
     LastYear = 2000;
