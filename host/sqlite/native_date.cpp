@@ -12,17 +12,12 @@
 // A date value is an integer day number (day 1 = 1 January 1810) marked as
 // a date; a datetime value counts seconds since 1970 UTC.
 #include <cstring>
-#include <mutex>
 
 #include "host/sqlite/bridge.hpp"
 #include "udfkit/date.h"
 
 namespace {
 using namespace udfkit::sqlite;
-
-// The date runtime keeps process-wide settings and a conversion cache;
-// these functions take their turn one at a time.
-std::mutex g_date_lock;
 
 bool null_arg(sqlite3_value *v) { return sqlite3_value_type(v) == SQLITE_NULL; }
 
@@ -50,7 +45,7 @@ void sql_todate(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     const char *setting = nullptr;
     if (argc > 1 && !null_arg(argv[1]))
         setting = reinterpret_cast<const char *>(sqlite3_value_text(argv[1]));
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     result_date(ctx, Char2Date(text ? text : "", setting ? setting : DbDate));
 }
 
@@ -58,7 +53,7 @@ void sql_datetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
     Date d;
     if (!date_arg(argv[0], &d)) return sqlite3_result_null(ctx);
     char buf[64];
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     date2char(d, buf);
     sqlite3_result_text(ctx, buf, -1, SQLITE_TRANSIENT);
 }
@@ -66,7 +61,7 @@ void sql_datetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
 void sql_todatetime(sqlite3_context *ctx, int, sqlite3_value **argv) {
     if (null_arg(argv[0])) return sqlite3_result_null(ctx);
     const char *text = reinterpret_cast<const char *>(sqlite3_value_text(argv[0]));
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     const DateTime t = Char2GMT(text ? text : "");
     if (t == UDFKIT_NULL_DATETIME) return sqlite3_result_null(ctx);
     sqlite3_result_int64(ctx, t);
@@ -76,14 +71,14 @@ void sql_todatetime(sqlite3_context *ctx, int, sqlite3_value **argv) {
 void sql_datetimetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
     if (null_arg(argv[0])) return sqlite3_result_null(ctx);
     char buf[20];
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     GMT2Char(sqlite3_value_int64(argv[0]), buf);
     if (!buf[0]) return sqlite3_result_null(ctx);
     sqlite3_result_text(ctx, buf, -1, SQLITE_TRANSIENT);
 }
 
 void sql_today(sqlite3_context *ctx, int, sqlite3_value **) {
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     result_date(ctx, todaydate());
 }
 
@@ -91,13 +86,13 @@ template <int32_t (*Part)(Date)>
 void sql_part(sqlite3_context *ctx, int, sqlite3_value **argv) {
     Date d;
     if (!date_arg(argv[0], &d)) return sqlite3_result_null(ctx);
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     sqlite3_result_int(ctx, Part(d));
 }
 
 void sql_datesettings(sqlite3_context *ctx, int, sqlite3_value **) {
     char buf[64];
-    std::lock_guard<std::mutex> lock(g_date_lock);
+    LibraryLock lock(library_lock());
     const int n = static_cast<int>(strnlen(DbDate, sizeof DbDate));
     const int m = static_cast<int>(strnlen(DbDateTime, sizeof DbDateTime));
     sqlite3_snprintf(sizeof buf, buf, "%.*s %.*s", n, DbDate, m, DbDateTime);
