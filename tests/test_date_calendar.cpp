@@ -175,6 +175,17 @@ TEST(Calendar, WholeThirtyTwoBitRange) {
     EXPECT_EQ(yeardate(INT32_MIN), -5877801);  // 2^31 days of 365.2425 before 1810
     EXPECT_EQ(LastYear, 2000);
     EXPECT_EQ(LastDate, DaysToYear0[190]);
+    // Random day numbers anywhere in 32 bits round-trip, and their text
+    // stays well inside the 50-byte areas callers print into.
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int32_t> any(INT32_MIN, INT32_MAX);
+    for (int i = 0; i < 200000; ++i) {
+        const int32_t n = any(rng);
+        const auto r = udfkit::date::split(n);
+        ASSERT_EQ(dmy2days(r.day, r.month, r.year), n);
+        char text[64];
+        ASSERT_LE(date2char(n, text) - text, 16);
+    }
 }
 
 }  // namespace
