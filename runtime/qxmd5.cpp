@@ -30,6 +30,8 @@ inline uint32_t rotl(uint32_t x, int s) noexcept { return (x << s) | (x >> (32 -
 // The four rounds.  F and G are written so that the term depending on the
 // newest chaining value (b) comes last: G's two halves never overlap, so
 // they are added rather than or-ed, letting the (c, d) half start early.
+// The third round's function b ^ c ^ d is given whole (MD5_HT): two steps
+// in a row share the xor of the two values neither of them changes.
 #define MD5_F(a, b, c, d, x, s, t)                                  \
     a += (x) + (t) + ((d) ^ ((b) & ((c) ^ (d))));                   \
     a = rotl(a, s) + (b)
@@ -37,8 +39,8 @@ inline uint32_t rotl(uint32_t x, int s) noexcept { return (x << s) | (x >> (32 -
     a += (x) + (t) + ((c) & ~(d));                                  \
     a += (b) & (d);                                                 \
     a = rotl(a, s) + (b)
-#define MD5_H(a, b, c, d, x, s, t)                                  \
-    a += (x) + (t) + ((b) ^ (c) ^ (d));                             \
+#define MD5_HT(a, b, h, x, s, t)                                    \
+    a += (x) + (t) + (h);                                           \
     a = rotl(a, s) + (b)
 #define MD5_I(a, b, c, d, x, s, t)                                  \
     a += (x) + (t) + ((c) ^ ((b) | ~(d)));                          \
@@ -52,6 +54,7 @@ void md5_blocks(uint32_t state[4], const unsigned char *p, size_t n) noexcept {
         uint32_t x[16];
         for (int i = 0; i < 16; ++i) x[i] = load_le32(p + 4 * i);
         const uint32_t aa = a, bb = b, cc = c, dd = d;
+        uint32_t hx;  // shared by two steps of the third round
 
         MD5_F(a, b, c, d, x[0], 7, 0xd76aa478u);
         MD5_F(d, a, b, c, x[1], 12, 0xe8c7b756u);
@@ -87,22 +90,30 @@ void md5_blocks(uint32_t state[4], const unsigned char *p, size_t n) noexcept {
         MD5_G(c, d, a, b, x[7], 14, 0x676f02d9u);
         MD5_G(b, c, d, a, x[12], 20, 0x8d2a4c8au);
 
-        MD5_H(a, b, c, d, x[5], 4, 0xfffa3942u);
-        MD5_H(d, a, b, c, x[8], 11, 0x8771f681u);
-        MD5_H(c, d, a, b, x[11], 16, 0x6d9d6122u);
-        MD5_H(b, c, d, a, x[14], 23, 0xfde5380cu);
-        MD5_H(a, b, c, d, x[1], 4, 0xa4beea44u);
-        MD5_H(d, a, b, c, x[4], 11, 0x4bdecfa9u);
-        MD5_H(c, d, a, b, x[7], 16, 0xf6bb4b60u);
-        MD5_H(b, c, d, a, x[10], 23, 0xbebfbc70u);
-        MD5_H(a, b, c, d, x[13], 4, 0x289b7ec6u);
-        MD5_H(d, a, b, c, x[0], 11, 0xeaa127fau);
-        MD5_H(c, d, a, b, x[3], 16, 0xd4ef3085u);
-        MD5_H(b, c, d, a, x[6], 23, 0x04881d05u);
-        MD5_H(a, b, c, d, x[9], 4, 0xd9d4d039u);
-        MD5_H(d, a, b, c, x[12], 11, 0xe6db99e5u);
-        MD5_H(c, d, a, b, x[15], 16, 0x1fa27cf8u);
-        MD5_H(b, c, d, a, x[2], 23, 0xc4ac5665u);
+        hx = b ^ c;
+        MD5_HT(a, b, hx ^ d, x[5], 4, 0xfffa3942u);
+        MD5_HT(d, a, hx ^ a, x[8], 11, 0x8771f681u);
+        hx = d ^ a;
+        MD5_HT(c, d, hx ^ b, x[11], 16, 0x6d9d6122u);
+        MD5_HT(b, c, hx ^ c, x[14], 23, 0xfde5380cu);
+        hx = b ^ c;
+        MD5_HT(a, b, hx ^ d, x[1], 4, 0xa4beea44u);
+        MD5_HT(d, a, hx ^ a, x[4], 11, 0x4bdecfa9u);
+        hx = d ^ a;
+        MD5_HT(c, d, hx ^ b, x[7], 16, 0xf6bb4b60u);
+        MD5_HT(b, c, hx ^ c, x[10], 23, 0xbebfbc70u);
+        hx = b ^ c;
+        MD5_HT(a, b, hx ^ d, x[13], 4, 0x289b7ec6u);
+        MD5_HT(d, a, hx ^ a, x[0], 11, 0xeaa127fau);
+        hx = d ^ a;
+        MD5_HT(c, d, hx ^ b, x[3], 16, 0xd4ef3085u);
+        MD5_HT(b, c, hx ^ c, x[6], 23, 0x04881d05u);
+        hx = b ^ c;
+        MD5_HT(a, b, hx ^ d, x[9], 4, 0xd9d4d039u);
+        MD5_HT(d, a, hx ^ a, x[12], 11, 0xe6db99e5u);
+        hx = d ^ a;
+        MD5_HT(c, d, hx ^ b, x[15], 16, 0x1fa27cf8u);
+        MD5_HT(b, c, hx ^ c, x[2], 23, 0xc4ac5665u);
 
         MD5_I(a, b, c, d, x[0], 6, 0xf4292244u);
         MD5_I(d, a, b, c, x[7], 10, 0x432aff97u);
@@ -134,7 +145,7 @@ void md5_blocks(uint32_t state[4], const unsigned char *p, size_t n) noexcept {
 
 #undef MD5_F
 #undef MD5_G
-#undef MD5_H
+#undef MD5_HT
 #undef MD5_I
 
 }  // namespace
