@@ -21,8 +21,7 @@
 namespace {
 using namespace udfkit::sqlite;
 
-// The conversions keep process-wide areas: one call at a time.
-std::mutex g_convert_lock;
+// The conversions keep process-wide areas: every call holds the library lock.
 
 struct Source {
     SqlVar var{};
@@ -100,7 +99,7 @@ void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
     for (char &c : target) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     target.erase(std::remove(target.begin(), target.end(), ' '), target.end());
 
-    std::lock_guard<std::mutex> lock(g_convert_lock);
+    LibraryLock lock(library_lock());
     Source src;
     if (!load_source(argv[0], src)) {
         sqlite3_result_null(ctx);
@@ -164,7 +163,7 @@ void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
 }
 
 void cvterror_sql(sqlite3_context *ctx, int, sqlite3_value **) {
-    std::lock_guard<std::mutex> lock(g_convert_lock);
+    LibraryLock lock(library_lock());
     sqlite3_result_int(ctx, IsConvertionError());
 }
 
