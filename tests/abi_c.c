@@ -4,8 +4,18 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "udfkit/convert.h"
+#include "udfkit/date.h"
+#include "udfkit/decimal.h"
+#include "udfkit/fuzzy.h"
 #include "udfkit/host.h"
+#include "udfkit/json.h"
+#include "udfkit/masks.h"
+#include "udfkit/md5.h"
+#include "udfkit/null.h"
+#include "udfkit/quality.h"
 #include "udfkit/sqlfunc.h"
+#include "udfkit/threads.h"
 
 _Static_assert(sizeof(ArgDesc) == 12, "ArgDesc is three 32-bit ints");
 _Static_assert(offsetof(ArgDesc, value) == 8, "ArgDesc field order");
@@ -17,6 +27,14 @@ _Static_assert(offsetof(HostCallTable, PopString) == 21 * sizeof(void *), "slot 
 _Static_assert(offsetof(HostCallTable, PeekStringLength) == 30 * sizeof(void *), "slot 30");
 _Static_assert(offsetof(HostCallTable, ExecuteQuery) == 32 * sizeof(void *), "slot 32");
 _Static_assert(sizeof(HostCallTable) == 33 * sizeof(void *), "33 slots");
+_Static_assert(offsetof(SqlVar, var_size) == 2 && offsetof(SqlVar, var_data) == 8, "SqlVar");
+_Static_assert(offsetof(VChar, vc_data) == 8, "VChar");
+_Static_assert(offsetof(Decimal, dec_pos) == 2 && offsetof(Decimal, dec_ndgts) == 4 &&
+                   offsetof(Decimal, dec_digits) == 6 && sizeof(Decimal) == 22,
+               "Decimal");
+_Static_assert(offsetof(QXMD5_CTX, count) == 16 && offsetof(QXMD5_CTX, buffer) == 24, "MD5 context");
+_Static_assert(offsetof(ThreadWorker, cpu) == 4 && offsetof(ThreadWorker, thread) == 8, "ThreadWorker");
+_Static_assert(offsetof(ThreadPool, workers) == 8, "ThreadPool");
 
 static char pushed[64];
 static const char *stacked = "Hello";
@@ -39,6 +57,32 @@ int main(void) {
         printf("abi_c: got type %d size %d text %s\n", type, size, pushed);
         return 1;
     }
-    printf("1 passed, 0 failed\n");
+    {
+        static const char *hex = "0123456789abcdef";
+        unsigned char d[16];
+        char text[33];
+        int i;
+        QXMD5((const unsigned char *)"abc", 3, d);
+        for (i = 0; i < 16; ++i) {
+            text[2 * i] = hex[d[i] >> 4];
+            text[2 * i + 1] = hex[d[i] & 15];
+        }
+        text[32] = 0;
+        if (strcmp(text, "900150983cd24fb0d6963f7d28e17f72") != 0) {
+            printf("abi_c: md5 %s\n", text);
+            return 1;
+        }
+    }
+    {
+        Decimal a;
+        char field[8];
+        if (_deccvasc("12.5", 4, &a) != 0 || _dectoasc(&a, field, 6, 1) != 0 ||
+            memcmp(field, "12.5  ", 6) != 0) {
+            printf("abi_c: decimal text\n");
+            return 1;
+        }
+    }
+    if (IsConvertionError() != 0) return 1;
+    printf("3 passed, 0 failed\n");
     return 0;
 }
