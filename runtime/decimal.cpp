@@ -37,6 +37,58 @@ inline void complement(uint8_t *d, int k) noexcept {
     for (int i = 0; i < last; ++i) d[i] = static_cast<uint8_t>(99 - d[i]);
 }
 
+// ---- the 16 digits as one 128-bit word, digit 0 in the top byte
+
+using u128 = unsigned __int128;
+
+constexpr u128 every_lane(uint8_t b) {
+    u128 x = 0;
+    for (int i = 0; i < kDigits; ++i) x = (x << 8) | b;
+    return x;
+}
+constexpr u128 kLaneBias = every_lane(156);  // 256 - 100
+
+inline u128 load_word(const uint8_t *d) noexcept {
+    uint64_t hi, lo;
+    std::memcpy(&hi, d, 8);
+    std::memcpy(&lo, d + 8, 8);
+    return (u128{__builtin_bswap64(hi)} << 64) | __builtin_bswap64(lo);
+}
+
+inline void store_word(u128 w, uint8_t *d) noexcept {
+    const uint64_t hi = __builtin_bswap64(static_cast<uint64_t>(w >> 64));
+    const uint64_t lo = __builtin_bswap64(static_cast<uint64_t>(w));
+    std::memcpy(d, &hi, 8);
+    std::memcpy(d + 8, &lo, 8);
+}
+
+constexpr u128 kLaneNines = every_lane(99);
+
+inline int clz128(u128 w) noexcept {
+    const uint64_t hi = static_cast<uint64_t>(w >> 64);
+    return hi ? __builtin_clzll(hi) : 64 + __builtin_clzll(static_cast<uint64_t>(w));
+}
+
+inline int ctz128(u128 w) noexcept {
+    const uint64_t lo = static_cast<uint64_t>(w);
+    return lo ? __builtin_ctzll(lo) : 64 + __builtin_ctzll(static_cast<uint64_t>(w >> 64));
+}
+
+// Base-100 sum of two words of digits 0..99, plus cin in the last digit.
+// Each lane is biased by 156 so that it overflows into the next exactly
+// when its digit sum reaches 100.  A lane that overflowed holds its digit
+// (0..99, top bit clear); one that did not holds digit + 156 (top bit set)
+// and gives the bias back.  *carry tells whether the first digit overflowed.
+inline u128 add100(u128 a, u128 b, unsigned cin, bool *carry) noexcept {
+    const u128 s = a + kLaneBias + b + cin;
+    const uint64_t hi = static_cast<uint64_t>(s >> 64), lo = static_cast<uint64_t>(s);
+    constexpr uint64_t top = 0x8080808080808080ULL;
+    *carry = (hi >> 63) == 0;
+    const uint64_t rhi = hi - ((hi & top) >> 7) * 156;
+    const uint64_t rlo = lo - ((lo & top) >> 7) * 156;
+    return (u128{rhi} << 64) | rlo;
+}
+
 }  // namespace
 
 int32_t dec_round(DecWork *w, int carry) noexcept {
@@ -88,59 +140,100 @@ int32_t dec_round(DecWork *w, int carry) noexcept {
     return DEC_OK;
 }
 
-int32_t decadd(const Decimal *a, const Decimal *b, Decimal *result) noexcept {
-    const int na = ndigits(a), nb = ndigits(b);
-    uint8_t da[kDigits + 1], db[kDigits + 1];
-    load_digits(a, na, da);
-    load_digits(b, nb, db);
+// The addition works on the 16 digits as one 128-bit word, digit 0 in the
+// top byte, so that a word compares like the magnitude and base-100 sums
+// run in all lanes at once.  It gives exactly what the digit-by-digit
+// algorithm (work area with a guard digit, dec_round) gives.  Like that
+// algorithm it relies on the zero digits behind the counted ones, which
+// every record the library builds has: a record with other bytes there is
+// added as its 16 digit bytes say (a defined result, never a read outside
+// the record).
+namespace {
+// na, nb: the operands' digit counts, already brought into 0 .. 16.
+[[gnu::always_inline]] inline int32_t add_words(const Decimal *a, const Decimal *b, Decimal *result,
+                                                int na, int nb) noexcept {
+    const u128 wa = load_word(a->dec_digits);
+    const u128 wb = load_word(b->dec_digits);
 
-    const bool a_large = magnitude_cmp(a, na, da, b, nb, db) >= 0;
+    bool a_large;
+    if (na == 0)
+        a_large = nb == 0;
+    else if (nb == 0)
+        a_large = true;
+    else
+        a_large = a->dec_exp != b->dec_exp ? a->dec_exp > b->dec_exp : wa >= wb;
     const Decimal *L = a_large ? a : b;
     const Decimal *S = a_large ? b : a;
-    const int nl = a_large ? na : nb, ns = a_large ? nb : na;
-    const uint8_t *sd = a_large ? db : da;
+    const u128 wl = a_large ? wa : wb, ws = a_large ? wb : wa;
 
     const int diff = L->dec_exp - S->dec_exp;
     if (diff > kDigits) {  // S does not reach even the guard digit
         *result = *L;
         return DEC_OK;
     }
+    // S aligned on the work positions: its digit 16 - diff lands in the
+    // guard, the ones after it are dropped.
+    const u128 x = ws >> (8 * (diff > 1 ? diff - 1 : 0));
+    const u128 s = diff > 0 ? x >> 8 : ws;
+    const unsigned sg = diff > 0 ? static_cast<unsigned>(x) & 0xff : 0;
 
-    DecWork w;
-    w.dec_exp = L->dec_exp;
-    w.dec_pos = L->dec_pos;
-    std::memcpy(w.dec_digits, a_large ? da : db, kDigits + 1);
+    // A difference is the sum with the base-100 complement of S (99 - d in
+    // every digit, plus one unit in the guard), whose carry out is dropped.
+    const bool same = L->dec_pos == S->dec_pos;
+    int exp = L->dec_exp;
+    int pos = L->dec_pos;
+    bool out = false;
+    u128 w = add100(wl, same ? s : kLaneNines - s, !same && sg == 0, &out);
+    unsigned guard = same || sg == 0 ? sg : 100 - sg;
+    const bool carry = same && out;
 
-    // S aligned on the work positions; its digits past the guard are dropped.
-    const int m = std::min(ns + diff, kDigits + 1);
-    w.dec_ndgts = std::max(nl, m);
-    uint8_t s[kDigits + 1] = {};
-    if (diff >= 0 && m > diff) std::memcpy(s + diff, sd, static_cast<size_t>(m - diff));
-
-    int carry = 0;
-    if (L->dec_pos == S->dec_pos) {
-        for (int p = m - 1; p >= 0; --p) {
-            int v = w.dec_digits[p] + s[p] + carry;
-            carry = v > 99;
-            if (carry) v -= 100;
-            w.dec_digits[p] = static_cast<uint8_t>(v);
-        }
-    } else {
-        int borrow = 0;
-        for (int p = m - 1; p >= 0; --p) {
-            int v = w.dec_digits[p] - s[p] - borrow;
-            borrow = v < 0;
-            if (borrow) v += 100;
-            w.dec_digits[p] = static_cast<uint8_t>(v);
+    if (carry) {  // a new first digit 1; digit 15 becomes the guard
+        guard = static_cast<unsigned>(w) & 0xff;
+        w = (w >> 8) | (u128{1} << 120);
+        ++exp;
+    } else if (w >> 120 == 0) {  // leading zero digits, left by a difference
+        if (w == 0) {
+            if (guard == 0) {
+                exp = 0;
+                pos = 1;
+            } else {
+                w = u128{guard} << 120;
+                guard = 0;
+                exp -= kDigits;
+            }
+        } else {
+            const int z = clz128(w) / 8;
+            w = (w << (8 * z)) | (u128{guard} << (8 * (z - 1)));
+            guard = 0;
+            exp -= z;
         }
     }
-
-    const int32_t rc = dec_round(&w, carry);
-    result->dec_exp = static_cast<int16_t>(w.dec_exp);
-    result->dec_pos = static_cast<int16_t>(w.dec_pos);
-    result->dec_ndgts = static_cast<int16_t>(w.dec_ndgts);
-    std::memcpy(result->dec_digits, w.dec_digits, kDigits);
+    if (guard >= 50) {
+        bool up = false;
+        w = add100(w, 1, 0, &up);
+        if (up) {
+            w = u128{1} << 120;
+            ++exp;
+        }
+    }
+    int32_t rc = DEC_OK;
+    if (exp > kMaxExp) {
+        exp = kMaxExp;
+        rc = DEC_EOVERFLOW;
+    } else if (exp < kMinExp) {
+        exp = kMinExp;
+        rc = DEC_EUNDERFLOW;
+    }
+    result->dec_exp = static_cast<int16_t>(exp);
+    result->dec_pos = static_cast<int16_t>(pos);
+    result->dec_ndgts = static_cast<int16_t>(w == 0 ? 0 : kDigits - ctz128(w) / 8);
+    store_word(w, result->dec_digits);
     return rc;
+}
+}  // namespace
+
+int32_t decadd(const Decimal *a, const Decimal *b, Decimal *result) noexcept {
+    return add_words(a, b, result, ndigits(a), ndigits(b));
 }
 
 }  // namespace udfkit::dec
@@ -258,15 +351,16 @@ UDFKIT_API int32_t _decadd(const Decimal *a, const Decimal *b, Decimal *result) 
         set_null(result);
         return 0;
     }
-    if (ndigits(a) == 0) {
+    const int na = ndigits(a), nb = ndigits(b);
+    if (na == 0) {
         *result = *b;
         return 0;
     }
-    if (ndigits(b) == 0) {
+    if (nb == 0) {
         *result = *a;
         return 0;
     }
-    return decadd(a, b, result);
+    return add_words(a, b, result, na, nb);
 }
 
 UDFKIT_API int32_t DecimalRound(Decimal *value, int32_t size) {
