@@ -29,6 +29,7 @@ inline int decimal_point(const Decimal &v) {
 // Count of fraction digits a value holds, without a trailing zero.
 int fraction_digits(const Decimal *dec) {
     const int n = ndigits(dec);
+    if (n == 0) return 0;
     int f = 2 * (n - dec->dec_exp);
     if (f <= 0) return 0;
     if (dec->dec_digits[n - 1] % 10 == 0) --f;
@@ -210,9 +211,11 @@ UDFKIT_API int32_t _dectoasc(const Decimal *dec, char *field, int32_t len, int32
     if (sign) put('-');
     if (decpt <= 0) {
         put('0');
-        if (point) put('.');
-        for (int64_t j = 0; j < -int64_t{decpt} && pos < len; ++j) put('0');
-        for (int64_t j = 0; j < dl && pos < len; ++j) put(digits[j]);
+        if (point) {
+            put('.');
+            for (int64_t j = 0; j < -int64_t{decpt} && pos < len; ++j) put('0');
+            for (int64_t j = 0; j < dl && pos < len; ++j) put(digits[j]);
+        }
     } else {
         for (int64_t j = 0; j < decpt && pos < len; ++j) put(j < dl ? digits[j] : '0');
         if (point) put('.');

@@ -166,6 +166,9 @@ TEST(DecimalText, FixedAndExponentialFields) {
     for (const auto &c : cases)
         EXPECT_EQ(field(parse(c.value), c.len, c.right), c.field) << c.value << " len " << c.len;
     EXPECT_EQ(field(rec(0, -1, {}), 5, 2), "     ");
+    // A zero with a negative exponent, every fraction digit asked for.
+    EXPECT_EQ(field(rec(-3, 1, {}), 6, -1), "0     ");
+    EXPECT_EQ(field(rec(-3, 0, {}), 6, -1), "-0    ");
 }
 
 TEST(DecimalText, NegativeRightWritesEveryFractionDigit) {
