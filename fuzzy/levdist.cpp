@@ -33,8 +33,10 @@ void LevPattern::set(const char *s2, int32_t l2) noexcept {
     s2_ = s2;
     l2_ = l2;
     blocks_ = l2 <= 64 ? (l2 + 15) / 16 : 0;
-    std::memset(buf_, 0, sizeof buf_);
-    if (l2 <= 64) std::memcpy(buf_, s2, static_cast<size_t>(l2));
+    if (l2 <= 64) {
+        std::memset(buf_, 0, static_cast<size_t>(blocks_) * 16);
+        std::memcpy(buf_, s2, static_cast<size_t>(l2));
+    }
 }
 
 // Bit j of match(c) is set when s2[j] == c.  c is never NUL (it comes from
@@ -42,6 +44,9 @@ void LevPattern::set(const char *s2, int32_t l2) noexcept {
 uint64_t LevPattern::match(char c) const noexcept {
 #if defined(__SSE2__)
     const __m128i cv = _mm_set1_epi8(c);
+    if (blocks_ == 1)
+        return static_cast<uint32_t>(_mm_movemask_epi8(
+            _mm_cmpeq_epi8(_mm_load_si128(reinterpret_cast<const __m128i *>(buf_)), cv)));
     uint64_t m = 0;
     for (int b = 0; b < blocks_; ++b) {
         const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(buf_ + 16 * b));
@@ -60,8 +65,9 @@ uint64_t LevPattern::match(char c) const noexcept {
 // The distance of s1 (l1 >= 1 bytes) and s2 (1 <= l2 <= 64 bytes).  With
 // use_cut, returns kTooLarge after the first row whose cells 1..l2 are all
 // at or above cut.
-int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
-    const int32_t l2 = l2_;
+template <class Match>
+inline __attribute__((always_inline)) int32_t run_bits(const Match &match, const char *s1, int32_t l1,
+                                                       int32_t l2, int32_t cut, bool use_cut) {
     const uint64_t last = uint64_t{1} << (l2 - 1);
     // Bit j-1 of pv (mv): cell j of the row exceeds (is below) cell j-1.
     // Row 0 is 0, 1, ..., l2.
@@ -73,8 +79,7 @@ int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) 
         const uint64_t xh = (((m & pv) + pv) ^ pv) | m;
         uint64_t ph = mv | ~(xh | pv);
         uint64_t mh = pv & xh;
-        if (ph & last) ++score;
-        else if (mh & last) --score;
+        score += static_cast<int32_t>((ph & last) != 0) - static_cast<int32_t>((mh & last) != 0);
         // Cell 0 of every row is one more than in the row before.
         ph = (ph << 1) | 1;
         mh <<= 1;
@@ -104,6 +109,10 @@ int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) 
         if (!below) return kTooLarge;
     }
     return score;
+}
+
+int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
+    return run_bits([this](char c) { return match(c); }, s1, l1, l2_, cut, use_cut);
 }
 
 int32_t LevPattern::distance(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
@@ -163,9 +172,22 @@ UDFKIT_API int32_t LevDistCutOff(const char *s1, const char *s2, int32_t cut) {
     const size_t n1 = std::strlen(s1), n2 = std::strlen(s2);
     if (n1 == 0 || n2 == 0) return static_cast<int32_t>(n1 + n2);
     if (n1 > kMaxLen || n2 > kMaxLen) return kTooLarge;
+    const int32_t l1 = static_cast<int32_t>(n1), l2 = static_cast<int32_t>(n2);
+    if ((l1 > l2 ? l1 - l2 : l2 - l1) >= cut) return kTooLarge;
+#if defined(__SSE2__)
+    if (l2 <= 16) {  // the usual word: the second string fits one register
+        alignas(16) char b[16] = {};
+        for (int32_t j = 0; j < l2; ++j) b[j] = s2[j];
+        const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(b));
+        auto match = [v](char c) -> uint64_t {
+            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(c))));
+        };
+        return udfkit::fuzzy::run_bits(match, s1, l1, l2, cut, true);
+    }
+#endif
     LevPattern p;
-    p.set(s2, static_cast<int32_t>(n2));
-    return p.distance(s1, static_cast<int32_t>(n1), cut, true);
+    p.set(s2, l2);
+    return p.distance(s1, l1, cut, true);
 }
 
 }  // extern "C"
