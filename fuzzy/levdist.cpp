@@ -21,6 +21,34 @@ using udfkit::fuzzy::kTooLarge;
 using udfkit::fuzzy::LevPattern;
 constexpr int32_t kMaxLen = 255;
 
+#if defined(__SSE2__)
+// The 1 to 16 bytes of s in a register, zeros after them.  Two loads that
+// may overlap cover every length without a loop and without reading past
+// the string.
+inline __m128i load_short(const char *s, int32_t n) {
+    using u128 = unsigned __int128;
+    u128 v;
+    if (n >= 8) {
+        uint64_t lo, hi;
+        std::memcpy(&lo, s, 8);
+        std::memcpy(&hi, s + n - 8, 8);
+        v = static_cast<u128>(lo) | (static_cast<u128>(hi) << (8 * (n - 8)));
+    } else if (n >= 4) {
+        uint32_t lo, hi;
+        std::memcpy(&lo, s, 4);
+        std::memcpy(&hi, s + n - 4, 4);
+        v = static_cast<u128>(lo | (static_cast<uint64_t>(hi) << (8 * (n - 4))));
+    } else {
+        const uint64_t a = static_cast<unsigned char>(s[0]);
+        const uint64_t b = static_cast<unsigned char>(s[n >> 1]);
+        const uint64_t c = static_cast<unsigned char>(s[n - 1]);
+        v = static_cast<u128>(a | (b << (8 * (n >> 1))) | (c << (8 * (n - 1))));
+    }
+    return _mm_set_epi64x(static_cast<int64_t>(static_cast<uint64_t>(v >> 64)),
+                          static_cast<int64_t>(static_cast<uint64_t>(v)));
+}
+#endif
+
 inline uint64_t low_bits(int32_t n) {  // bits 0 .. n-1
     return n >= 64 ? ~uint64_t{0} : (uint64_t{1} << n) - 1;
 }
@@ -75,16 +103,18 @@ inline __attribute__((always_inline)) int32_t run_bits(const Match &match, const
     int32_t score = l2;  // cell l2 of the current row
     for (int32_t i = 1; i <= l1; ++i) {
         const uint64_t m = match(s1[i - 1]);
+        // The complements are taken where they do not lengthen the chain
+        // of operations from one row to the next: nph is ~ph, and
+        // ~((ph << 1) | 1) is nph << 1.
         const uint64_t xv = m | mv;
+        const uint64_t nxv = ~m & ~mv;
         const uint64_t xh = (((m & pv) + pv) ^ pv) | m;
-        uint64_t ph = mv | ~(xh | pv);
-        uint64_t mh = pv & xh;
-        score += static_cast<int32_t>((ph & last) != 0) - static_cast<int32_t>((mh & last) != 0);
+        const uint64_t nph = (xh | pv) & ~mv;
+        const uint64_t mh = pv & xh;
+        score += static_cast<int32_t>((nph & last) == 0) - static_cast<int32_t>((mh & last) != 0);
         // Cell 0 of every row is one more than in the row before.
-        ph = (ph << 1) | 1;
-        mh <<= 1;
-        pv = mh | ~(xv | ph);
-        mv = ph & xv;
+        pv = (mh << 1) | (nxv & (nph << 1));
+        mv = ((~nph << 1) | 1) & xv;
 
         // Cut-off: every cell 1..l2 of row i at or above cut?  Cell 1 is
         // at most i and cell l2 is score, so most rows are settled at
@@ -176,9 +206,7 @@ UDFKIT_API int32_t LevDistCutOff(const char *s1, const char *s2, int32_t cut) {
     if ((l1 > l2 ? l1 - l2 : l2 - l1) >= cut) return kTooLarge;
 #if defined(__SSE2__)
     if (l2 <= 16) {  // the usual word: the second string fits one register
-        alignas(16) char b[16] = {};
-        for (int32_t j = 0; j < l2; ++j) b[j] = s2[j];
-        const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(b));
+        const __m128i v = load_short(s2, l2);
         auto match = [v](char c) -> uint64_t {
             return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(c))));
         };
