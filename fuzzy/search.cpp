@@ -75,6 +75,12 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
         int32_t key_len = -1;  // not computed yet
         for (int j = 0; j < nterms; ++j) {
             SearchTerm &t = Recherche[j];
+            // A phrase word after a word that did not continue the phrase
+            // scores 0 whatever its distance.
+            if (t.op == TERM_PHRASE && j > 0 && prev[j - 1] == 0.0) {
+                cur[j] = 0.0;
+                continue;
+            }
             const char *x = stdw;
             int32_t xlen = n;
             if (!t.std) {
@@ -94,7 +100,13 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
                     d = pat[j].distance(x, xlen, t.cutoff, true);
                     t.cutoff = std::min(t.cutoff, d);
                 } else {
-                    d = pat[j].distance(x, xlen, 0, false);
+                    // Only distances that leave a positive score matter
+                    // here: factor * d < longest.  Any d from the bound
+                    // ceil(longest / factor) up scores 0, so the distance
+                    // may give up there (its answer is exact below it).
+                    const int32_t longest = std::max(t.length, xlen);
+                    const int32_t bound = t.quoted ? (longest + 1) / 2 : longest;
+                    d = pat[j].distance(x, xlen, bound, true);
                 }
                 if (t.quoted) d *= 2;
                 s = 1.0 - static_cast<double>(d) / static_cast<double>(std::max(t.length, xlen));
