@@ -1,5 +1,6 @@
 // The Phonex phonetic key, the vowel classes it reads, the phonetic
 // function in force and the SQL function that switches it.
+#include <cstdint>
 #include <cstring>
 
 #include "fuzzy/fuzzy_internal.hpp"
@@ -23,12 +24,11 @@ struct VowelTable {
 // word, the word and its terminator in 272 bytes.
 constexpr size_t kMaxIn = 270;
 
-// Work buffer: one NUL in front so that "the character before" the first
-// one reads as nothing, and room behind the terminator so that looking up
-// to three characters ahead of any position stays inside.
+// Work buffer: the word and its terminator.  Every rule that looks ahead
+// does so only past letters it has matched, so no pass reads beyond the
+// terminator; the character before position 0 is never read.
 struct Work {
-    char b[kMaxIn + 8];
-    char *s() { return b + 1; }
+    char b[kMaxIn + 2];
 };
 
 inline bool vowel(char c) { return TabVoyelle[static_cast<unsigned char>(c)] == 1; }
@@ -211,8 +211,47 @@ size_t pass11(const char *in, char *out) {  // QU, Q, GU, GA, GO, GY, C
 }
 
 using Pass = size_t (*)(const char *, char *);
-constexpr Pass kPasses[] = {pass1, pass2, pass3, pass4,  pass5, pass6,
-                            pass7, pass8, pass9, pass10, pass11};
+
+// A pass can change a word only if the word holds all the letters of one
+// of its rules; others copy it unchanged and are skipped.  Letters are the
+// bits of a mask (A = bit 0); a pass that runs may bring in the letters it
+// writes, so those join the mask (which only ever grows: it is a superset
+// of the letters present, never missing one).
+constexpr uint32_t L(const char *letters) {
+    uint32_t m = 0;
+    for (const char *p = letters; *p; ++p) m |= uint32_t{1} << (*p - 'A');
+    return m;
+}
+
+struct PassRule {
+    Pass run;
+    uint32_t needs[6];  // the pass may apply if any of these is present whole
+    uint32_t writes;    // letters the pass may write
+};
+
+constexpr PassRule kPasses[] = {
+    {pass1, {L("Y"), L("H")}, L("IF")},
+    {pass2, {L("GAN"), L("GAM")}, L("K")},
+    {pass3, {L("AIN"), L("AIM"), L("EIN"), L("EIM")}, L("YN")},
+    {pass4, {L("EAU"), L("EIN"), L("EIM"), L("OUA"), L("AIN"), L("AIM")}, L("O")},
+    {pass5, {L("AI"), L("EI"), L("ER"), L("ES"), L("ET")}, L("Y")},
+    {pass6, {L("AN"), L("AM"), L("EN"), L("EM"), L("IN"), L("ON")}, 0},
+    {pass7, {L("S")}, L("Z")},
+    {pass8, {L("OE"), L("OI"), L("OY"), L("OU"), L("EU"), L("AU")}, L("EO")},
+    {pass9, {L("CH"), L("S")}, L("S")},
+    {pass10, {L("CE"), L("CI")}, L("S")},
+    {pass11, {L("Q"), L("GU"), L("GA"), L("GO"), L("GY"), L("C")}, L("K")},
+};
+
+inline bool may_apply(const PassRule &p, uint32_t present) {
+    for (uint32_t need : p.needs)
+        if (need && (present & need) == need) return true;
+    return false;
+}
+
+inline uint32_t letter_bit(unsigned char c) {
+    return c >= 'A' && c <= 'Z' ? uint32_t{1} << (c - 'A') : 0;
+}
 
 }  // namespace
 
@@ -228,20 +267,22 @@ UDFKIT_API char *Phonex(const char *word, char *out) {
         return out;
     }
     Work a, b;
-    std::memset(a.b, 0, sizeof a.b);
-    std::memset(b.b, 0, sizeof b.b);
     // Words longer than the work buffer are cut: they can never match
     // anything, the distance gives up beyond 255 bytes.
-    size_t n = strnlen(word, kMaxIn);
-    std::memcpy(a.s(), word, n);
-    char *in = a.s(), *to = b.s();
-    for (Pass p : kPasses) {
-        size_t len = p(in, to);
-        // Clear what is left of the previous, longer content so that the
-        // slack behind the terminator stays zero.
-        std::memset(to + len, 0, 4);
+    size_t n = 0;
+    uint32_t present = 0;
+    for (; n < kMaxIn && word[n]; ++n) {
+        a.b[n] = word[n];
+        present |= letter_bit(static_cast<unsigned char>(word[n]));
+    }
+    a.b[n] = '\0';
+    char *in = a.b, *to = b.b;
+    for (const PassRule &p : kPasses) {
+        if (!may_apply(p, present)) continue;
+        n = p.run(in, to);
+        to[n] = '\0';
         std::swap(in, to);
-        n = len;
+        present |= p.writes;
     }
     if (n > 0 && (in[n - 1] == 'T' || in[n - 1] == 'X')) --n;
     std::memcpy(out, in, n);
