@@ -82,9 +82,14 @@ StdMode std_mode() noexcept {
     return StdMode::Translit;
 }
 
+UpperTable::UpperTable() noexcept {
+    for (int c = 0; c < 128; ++c) up[c] = ::up(static_cast<unsigned char>(c));
+}
+
 size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t cap,
-                bool *overflow) noexcept {
+                bool *overflow, const UpperTable *upper) noexcept {
     const auto *w = reinterpret_cast<const unsigned char *>(word);
+    auto ascii_up = [upper](unsigned char c) { return upper ? upper->up[c] : ::up(c); };
     const size_t room = cap - 1;
     size_t n = 0;
     bool over = false;
@@ -97,7 +102,7 @@ size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t ca
         for (size_t i = 0; i < len; ++i) {
             unsigned char c = w[i];
             if (c < 0x80) {
-                put(up(c));
+                put(ascii_up(c));
             } else if (c == 0xC3) {
                 // A lone lead byte at the end of the word ends the word.
                 if (i + 1 >= len || w[i + 1] == 0) break;
@@ -109,7 +114,7 @@ size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t ca
     case StdMode::Latin1:
         for (size_t i = 0; i < len; ++i) {
             unsigned char c = w[i];
-            if (c < 0x80) put(up(c));
+            if (c < 0x80) put(ascii_up(c));
             else if (unsigned char l = kLatin1Fold.letter[c]) put(l);
         }
         break;

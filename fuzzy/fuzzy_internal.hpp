@@ -15,12 +15,20 @@ enum class StdMode { Utf8, Latin1, Translit };
 // The mode IsoCode selects right now.
 StdMode std_mode() noexcept;
 
+// toupper of the bytes below 0x80 under the current locale, taken once
+// for the many words of a search.
+struct UpperTable {
+    unsigned char up[128];
+    UpperTable() noexcept;
+};
+
 // Standard word of the len bytes at word (which need not be terminated)
 // into out, whose capacity is cap bytes (terminator included, cap >= 1).
 // Returns the length written; when the standard word would not fit, the
-// output is cut to cap - 1 bytes and *overflow is set.
+// output is cut to cap - 1 bytes and *overflow is set.  Without a table,
+// toupper is asked for every byte.
 size_t make_std(StdMode mode, const char *word, size_t len, char *out, size_t cap,
-                bool *overflow) noexcept;
+                bool *overflow, const UpperTable *upper = nullptr) noexcept;
 
 // The plain two-row edit distance with the cut-off rule (cut <= 0 with
 // no_cut set disables the rule).  Used for strings the bit-parallel code
@@ -41,7 +49,7 @@ public:
 private:
     int32_t bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept;
     uint64_t match(char c) const noexcept;
-    alignas(16) char buf_[64];
+    alignas(16) char buf_[64];  // the first 64 bytes of s2, zero-padded
     const char *s2_ = nullptr;
     int32_t l2_ = 0;
     int blocks_ = 0;

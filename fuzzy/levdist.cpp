@@ -49,6 +49,15 @@ inline __m128i load_short(const char *s, int32_t n) {
 }
 #endif
 
+// Bits set in x (the library is built for any x86-64, where the compiler's
+// builtin becomes a library call).
+inline int32_t ones(uint64_t x) {
+    x = x - ((x >> 1) & 0x5555555555555555ULL);
+    x = (x & 0x3333333333333333ULL) + ((x >> 2) & 0x3333333333333333ULL);
+    x = (x + (x >> 4)) & 0x0F0F0F0F0F0F0F0FULL;
+    return static_cast<int32_t>((x * 0x0101010101010101ULL) >> 56);
+}
+
 inline uint64_t low_bits(int32_t n) {  // bits 0 .. n-1
     return n >= 64 ? ~uint64_t{0} : (uint64_t{1} << n) - 1;
 }
@@ -125,8 +134,7 @@ inline __attribute__((always_inline)) int32_t run_bits(const Match &match, const
         const int32_t hi = std::min(l2, i + cut - 1);
         bool below = false;
         if (lo <= hi) {
-            int32_t v = i + __builtin_popcountll(pv & low_bits(lo)) -
-                        __builtin_popcountll(mv & low_bits(lo));  // cell lo
+            int32_t v = i + ones(pv & low_bits(lo)) - ones(mv & low_bits(lo));  // cell lo
             for (int32_t j = lo;; ++j) {
                 if (v < cut) {
                     below = true;
@@ -142,6 +150,15 @@ inline __attribute__((always_inline)) int32_t run_bits(const Match &match, const
 }
 
 int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
+#if defined(__SSE2__)
+    if (blocks_ == 1) {
+        const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(buf_));
+        auto one = [v](char c) -> uint64_t {
+            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(c))));
+        };
+        return run_bits(one, s1, l1, l2_, cut, use_cut);
+    }
+#endif
     return run_bits([this](char c) { return match(c); }, s1, l1, l2_, cut, use_cut);
 }
 

@@ -54,6 +54,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
 
     double best[UDFKIT_MAX_TERMS] = {}, prev[UDFKIT_MAX_TERMS] = {}, cur[UDFKIT_MAX_TERMS] = {};
     const StdMode mode = std_mode();
+    const UpperTable upper;
     PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
     char stdw[kStdSize];
     char key[kKeySize];
@@ -69,7 +70,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
         // A standard word too long for the work buffer could never match
         // (the distance gives up beyond 255 bytes): the word is skipped.
         bool overflow = false;
-        const int32_t n = static_cast<int32_t>(make_std(mode, text + off, wlen, stdw, sizeof stdw, &overflow));
+        const int32_t n = static_cast<int32_t>(make_std(mode, text + off, wlen, stdw, sizeof stdw, &overflow, &upper));
         if (overflow || n == 0 || n <= min_len || n >= max_len) continue;
 
         int32_t key_len = -1;  // not computed yet
