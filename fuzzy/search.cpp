@@ -24,6 +24,23 @@ constexpr WordDelimiters kDelims;
 
 inline bool delimiter(char c) { return kDelims.is[static_cast<unsigned char>(c)]; }
 
+// The score of distance d for a term: 1 - factor * d / longest, not
+// below 0 (the same expression as the search, so the same doubles).
+inline double score_of(int32_t d, int32_t longest, int32_t factor) {
+    const double s = 1.0 - static_cast<double>(factor * d) / static_cast<double>(longest);
+    return s < 0.0 ? 0.0 : s;
+}
+
+// The least distance whose score is at most floor (scores fall as the
+// distance grows; the distance of the longest length scores 0).
+int32_t score_bound(double floor, int32_t longest, int32_t factor) {
+    int32_t b = static_cast<int32_t>((1.0 - floor) * longest / factor) + 1;
+    b = std::clamp(b, 0, longest);
+    while (b > 0 && score_of(b - 1, longest, factor) <= floor) --b;
+    while (score_of(b, longest, factor) > floor) ++b;
+    return b;
+}
+
 }  // namespace
 
 extern "C" {
@@ -37,12 +54,10 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
     const size_t end = strnlen(text, static_cast<size_t>(length));
 
     bool cut_mode = true;  // no phrase continuation among the terms
-    bool need_key = false;
     LevPattern pat[UDFKIT_MAX_TERMS];
     for (int j = 0; j < nterms; ++j) {
         const SearchTerm &t = Recherche[j];
         if (t.op == TERM_PHRASE) cut_mode = false;
-        if (!t.std) need_key = true;
         pat[j].set(t.word, t.length);
     }
     // Lengths of standard words taken into account: min < n < max.
@@ -52,7 +67,8 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
         max_len = (3 * Recherche[0].length) / 2;
     }
 
-    double best[UDFKIT_MAX_TERMS] = {}, prev[UDFKIT_MAX_TERMS] = {}, cur[UDFKIT_MAX_TERMS] = {};
+    double best[UDFKIT_MAX_TERMS] = {}, scores_a[UDFKIT_MAX_TERMS] = {}, scores_b[UDFKIT_MAX_TERMS] = {};
+    double *prev = scores_a, *cur = scores_b;  // previous and current word
     const StdMode mode = std_mode();
     const UpperTable upper;
     PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
@@ -76,9 +92,18 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
         int32_t key_len = -1;  // not computed yet
         for (int j = 0; j < nterms; ++j) {
             SearchTerm &t = Recherche[j];
-            // A phrase word after a word that did not continue the phrase
-            // scores 0 whatever its distance.
-            if (t.op == TERM_PHRASE && j > 0 && prev[j - 1] == 0.0) {
+            // Whether the next term chains on this one's score for the word.
+            const bool feeds_phrase = j + 1 < nterms && Recherche[j + 1].op == TERM_PHRASE;
+            // Words that can change nothing for the term are passed over
+            // without a distance (and without a phonetic key):
+            //  - a phrase word after a word that did not continue the
+            //    phrase scores 0 whatever its distance;
+            //  - with the cut-off, a term whose best distance is 0 scores 0
+            //    on every later word and its cutoff stays 0;
+            //  - without it, a term at its best score 1 is never improved
+            //    on, and its word score is read by no phrase word.
+            if ((t.op == TERM_PHRASE && j > 0 && prev[j - 1] == 0.0) ||
+                (cut_mode ? t.cutoff <= 0 : (!feeds_phrase && best[j] >= 1.0))) {
                 cur[j] = 0.0;
                 continue;
             }
@@ -87,7 +112,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
             if (!t.std) {
                 if (key_len < 0) {
                     key[0] = '\0';
-                    if (need_key) phon(stdw, key);
+                    phon(stdw, key);
                     key[sizeof key - 1] = '\0';
                     key_len = static_cast<int32_t>(std::strlen(key));
                 }
@@ -96,21 +121,24 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
             }
             double s = 0.0;
             if (xlen > 0) {
+                const int32_t longest = std::max(t.length, xlen);
                 int32_t d;
                 if (cut_mode) {
                     d = pat[j].distance(x, xlen, t.cutoff, true);
                     t.cutoff = std::min(t.cutoff, d);
                 } else {
-                    // Only distances that leave a positive score matter
-                    // here: factor * d < longest.  Any d from the bound
-                    // ceil(longest / factor) up scores 0, so the distance
-                    // may give up there (its answer is exact below it).
-                    const int32_t longest = std::max(t.length, xlen);
-                    const int32_t bound = t.quoted ? (longest + 1) / 2 : longest;
-                    d = pat[j].distance(x, xlen, bound, true);
+                    // Without the cut-off only distances whose score can
+                    // matter are needed exactly: above 0 when a phrase word
+                    // reads it, above the best so far otherwise.  From the
+                    // bound on, the distance may give up (its answer is
+                    // exact below the bound, and anything at or above it
+                    // scores no more than that floor).
+                    const bool chained = feeds_phrase || t.op == TERM_PHRASE;
+                    const int32_t bound = score_bound(chained ? 0.0 : best[j], longest, t.quoted ? 2 : 1);
+                    d = bound > 0 ? pat[j].distance(x, xlen, bound, true) : kTooLarge;
                 }
                 if (t.quoted) d *= 2;
-                s = 1.0 - static_cast<double>(d) / static_cast<double>(std::max(t.length, xlen));
+                s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
                 if (s < 0.0) s = 0.0;
             }
             if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
@@ -122,7 +150,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
             }
             cur[j] = s;
         }
-        std::copy(cur, cur + nterms, prev);
+        std::swap(prev, cur);
     }
 
     double acc = 0.0;
