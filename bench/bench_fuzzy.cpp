@@ -134,6 +134,14 @@ void BM_SearchPhonetic(benchmark::State &state) { search(state, "fichier"); }
 void BM_SearchFiveTermsPhrase(benchmark::State &state) {
     search(state, "option +fichier 'ligne de commande'");
 }
+// The same with misspelt words that match nothing exactly: no term ever
+// reaches distance 0, so every word in range gets its distances (and its
+// phonetic key) to the end of the text.
+void BM_SearchDigitsMisspelt(benchmark::State &state) { search(state, "2042"); }
+void BM_SearchPhoneticMisspelt(benchmark::State &state) { search(state, "fichiet"); }
+void BM_SearchFiveTermsMisspelt(benchmark::State &state) {
+    search(state, "optoin +fichiet 'ligne de comande'");
+}
 
 // Word pairs of 3 to 12 bytes: standard words of the prose against a few
 // terms of the same lengths.
@@ -212,6 +220,9 @@ BENCHMARK(BM_Floor)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchDigits)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchPhonetic)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchFiveTermsPhrase)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SearchDigitsMisspelt)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SearchPhoneticMisspelt)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SearchFiveTermsMisspelt)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PhonexWords)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevTwoRows)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevDistCutOff)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);

@@ -1,5 +1,6 @@
 // Scoring a text against the compiled pattern: FuzzySearch, _FuzzySearch.
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "fuzzy/fuzzy_internal.hpp"
@@ -41,6 +42,63 @@ int32_t score_bound(double floor, int32_t longest, int32_t factor) {
     return b;
 }
 
+// Phonex keys of the words already seen in this search.  Prose repeats
+// its words, and the key is a pure function of the word (and of the vowel
+// table, which a search does not change), so a long text computes most of
+// its keys once.  Direct-mapped; a word that collides replaces the slot.
+class KeyCache {
+public:
+    static constexpr size_t kMaxWord = 22;  // longer words are not cached
+
+    // One allocation for the whole search, only for texts long enough to
+    // repeat words; without it every key is computed.
+    explicit KeyCache(size_t text_len) {
+        if (text_len < 4096) return;
+        size_t want = std::min<size_t>(4096, text_len / 16);
+        while (slots_ < want) slots_ = slots_ ? slots_ * 2 : 256;
+        table_ = static_cast<Slot *>(std::calloc(slots_, sizeof(Slot)));
+        if (!table_) slots_ = 0;
+    }
+    ~KeyCache() { std::free(table_); }
+    KeyCache(const KeyCache &) = delete;
+    KeyCache &operator=(const KeyCache &) = delete;
+
+    // The key of word (n bytes) into key; returns its length.
+    int32_t key(const char *word, int32_t n, char *key) {
+        if (!table_ || n > static_cast<int32_t>(kMaxWord)) return compute(word, key);
+        uint32_t h = 2166136261u;
+        for (int32_t i = 0; i < n; ++i) h = (h ^ static_cast<unsigned char>(word[i])) * 16777619u;
+        Slot &s = table_[h & (slots_ - 1)];
+        if (s.wlen == n + 1 && std::memcmp(s.word, word, static_cast<size_t>(n)) == 0) {
+            std::memcpy(key, s.key, static_cast<size_t>(s.klen) + 1);
+            return s.klen;
+        }
+        const int32_t k = compute(word, key);
+        if (k <= static_cast<int32_t>(kMaxWord)) {
+            s.wlen = static_cast<uint8_t>(n + 1);
+            s.klen = static_cast<uint8_t>(k);
+            std::memcpy(s.word, word, static_cast<size_t>(n));
+            std::memcpy(s.key, key, static_cast<size_t>(k) + 1);
+        }
+        return k;
+    }
+
+private:
+    struct Slot {
+        uint8_t wlen;  // word length + 1; 0 for an empty slot
+        uint8_t klen;
+        char word[kMaxWord];
+        char key[kMaxWord + 1];
+    };
+    static int32_t compute(const char *word, char *key) {
+        key[0] = '\0';
+        Phonex(word, key);
+        return static_cast<int32_t>(std::strlen(key));
+    }
+    Slot *table_ = nullptr;
+    size_t slots_ = 0;
+};
+
 }  // namespace
 
 extern "C" {
@@ -72,6 +130,9 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
     const StdMode mode = std_mode();
     const UpperTable upper;
     PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
+    bool any_key = false;
+    for (int j = 0; j < nterms; ++j) any_key = any_key || !Recherche[j].std;
+    KeyCache keys(any_key && phon == Phonex ? end : 0);
     char stdw[kStdSize];
     char key[kKeySize];
 
@@ -111,10 +172,14 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
             int32_t xlen = n;
             if (!t.std) {
                 if (key_len < 0) {
-                    key[0] = '\0';
-                    phon(stdw, key);
-                    key[sizeof key - 1] = '\0';
-                    key_len = static_cast<int32_t>(std::strlen(key));
+                    if (phon == Phonex) {
+                        key_len = keys.key(stdw, n, key);
+                    } else {
+                        key[0] = '\0';
+                        phon(stdw, key);
+                        key[sizeof key - 1] = '\0';
+                        key_len = static_cast<int32_t>(std::strlen(key));
+                    }
                 }
                 x = key;
                 xlen = key_len;
