@@ -1,5 +1,6 @@
 // Scoring a text against the compiled pattern: FuzzySearch, _FuzzySearch.
 #include <algorithm>
+#include <iterator>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,6 +42,26 @@ int32_t score_bound(double floor, int32_t longest, int32_t factor) {
     while (score_of(b, longest, factor) > floor) ++b;
     return b;
 }
+
+// score_bound for one term, remembered by length while the floor stays.
+class BoundCache {
+public:
+    int32_t get(double floor, int32_t longest, int32_t factor) {
+        if (longest > kMaxCached) return score_bound(floor, longest, factor);
+        if (floor != floor_) {
+            floor_ = floor;
+            std::fill(std::begin(b_), std::end(b_), -1);
+        }
+        int32_t &b = b_[longest];
+        if (b < 0) b = score_bound(floor, longest, factor);
+        return b;
+    }
+
+private:
+    static constexpr int32_t kMaxCached = 64;
+    double floor_ = -1.0;
+    int32_t b_[kMaxCached + 1];
+};
 
 // Phonex keys of the words already seen in this search.  Prose repeats
 // its words, and the key is a pure function of the word (and of the vowel
@@ -132,6 +153,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
     PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
     bool any_key = false;
     for (int j = 0; j < nterms; ++j) any_key = any_key || !Recherche[j].std;
+    BoundCache bounds[UDFKIT_MAX_TERMS];
     KeyCache keys(any_key && phon == Phonex ? end : 0);
     char stdw[kStdSize];
     char key[kKeySize];
@@ -199,7 +221,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
                     // exact below the bound, and anything at or above it
                     // scores no more than that floor).
                     const bool chained = feeds_phrase || t.op == TERM_PHRASE;
-                    const int32_t bound = score_bound(chained ? 0.0 : best[j], longest, t.quoted ? 2 : 1);
+                    const int32_t bound = bounds[j].get(chained ? 0.0 : best[j], longest, t.quoted ? 2 : 1);
                     d = bound > 0 ? pat[j].distance(x, xlen, bound, true) : kTooLarge;
                 }
                 if (t.quoted) d *= 2;
