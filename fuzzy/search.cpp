@@ -225,8 +225,9 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
                     d = bound > 0 ? pat[j].distance(x, xlen, bound, true) : kTooLarge;
                 }
                 if (t.quoted) d *= 2;
-                s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
-                if (s < 0.0) s = 0.0;
+                // A distance of the longest length or more scores 0 (and
+                // the division is spared).
+                if (d < longest) s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
             }
             if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
             if (s > best[j]) {
