@@ -17,15 +17,6 @@ inline void load_digits(const Decimal *d, int n, uint8_t out[kDigits + 1]) noexc
     std::memset(out + n, 0, static_cast<size_t>(kDigits + 1 - n));
 }
 
-// Compares the magnitudes of two operands (digit arrays already masked).
-inline int magnitude_cmp(const Decimal *a, int na, const uint8_t *da, const Decimal *b, int nb,
-                         const uint8_t *db) noexcept {
-    if (na == 0) return nb == 0 ? 0 : -1;
-    if (nb == 0) return 1;
-    if (a->dec_exp != b->dec_exp) return a->dec_exp > b->dec_exp ? 1 : -1;
-    return std::memcmp(da, db, kDigits);
-}
-
 // Base-100 complement of the first k digits, in place: trailing zero digits
 // stay 0, the last non-zero digit d becomes 100 - d, earlier ones 99 - d.
 // The same rule undoes itself, so it serves both the store and the load.
