@@ -257,6 +257,24 @@ void sum_final(sqlite3_context *ctx) {
     result_decimal(ctx, st->sum, 0);
 }
 
+// No exception (a failed allocation of a result text) goes back into SQLite.
+template <void (*F)(sqlite3_context *, int, sqlite3_value **)>
+void guarded(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept {
+    try {
+        F(ctx, argc, argv);
+    } catch (...) {
+        sqlite3_result_error_nomem(ctx);
+    }
+}
+
+void sum_final_guarded(sqlite3_context *ctx) noexcept {
+    try {
+        sum_final(ctx);
+    } catch (...) {
+        sqlite3_result_error_nomem(ctx);
+    }
+}
+
 int register_decimal(sqlite3 *db) {
     using Scalar = void (*)(sqlite3_context *, int, sqlite3_value **);
     struct Def {
@@ -264,9 +282,10 @@ int register_decimal(sqlite3 *db) {
         int nargs;
         Scalar fn;
     } defs[] = {
-        {"dec_add", -1, fn_add},   {"dec_sub", 2, fn_sub},       {"dec_cmp", 2, fn_cmp},
-        {"dec_round", 3, fn_round}, {"dec_format", 3, fn_format}, {"dec_pack", 1, fn_pack},
-        {"dec_pack", 2, fn_pack},  {"dec_unpack", 1, fn_unpack},
+        {"dec_add", -1, guarded<fn_add>},       {"dec_sub", 2, guarded<fn_sub>},
+        {"dec_cmp", 2, guarded<fn_cmp>},        {"dec_round", 3, guarded<fn_round>},
+        {"dec_format", 3, guarded<fn_format>},  {"dec_pack", 1, guarded<fn_pack>},
+        {"dec_pack", 2, guarded<fn_pack>},      {"dec_unpack", 1, guarded<fn_unpack>},
     };
     const int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
     for (const Def &d : defs) {
@@ -274,7 +293,8 @@ int register_decimal(sqlite3 *db) {
                                                nullptr);
         if (rc != SQLITE_OK) return rc;
     }
-    return sqlite3_create_function(db, "dec_sum", 1, flags, nullptr, nullptr, sum_step, sum_final);
+    return sqlite3_create_function(db, "dec_sum", 1, flags, nullptr, nullptr, guarded<sum_step>,
+                                   sum_final_guarded);
 }
 
 const udfkit::sqlite::NativeBlock kDecimalNatives(register_decimal);
