@@ -27,7 +27,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <mutex>
 #include <string>
 
 #include "udfkit/decimal.h"
@@ -35,8 +34,9 @@
 namespace {
 
 // The text functions of the runtime share one buffer and the double
-// conversion shares a cache: one call at a time.
-std::mutex g_dec_lock;
+// conversion shares a cache: every call holds the library lock.
+using udfkit::sqlite::library_lock;
+using udfkit::sqlite::LibraryLock;
 
 constexpr int kDefaultPackLen = 17;
 constexpr int kMaxPackLen = 64;
@@ -110,7 +110,7 @@ void result_decimal(sqlite3_context *ctx, const Decimal &d, int32_t rc) {
 }
 
 void fn_add(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal sum{}, x{};
     sum.dec_pos = 1;
     for (int i = 0; i < argc; ++i) {
@@ -124,7 +124,7 @@ void fn_add(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
 }
 
 void fn_sub(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d[2], r;
     if (!read_args(ctx, 2, argv, d)) return;
     DecimalNeg(&d[1]);
@@ -132,7 +132,7 @@ void fn_sub(sqlite3_context *ctx, int, sqlite3_value **argv) {
 }
 
 void fn_cmp(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d[2];
     if (!read_args(ctx, 2, argv, d)) return;
     sqlite3_result_int(ctx, DecimalCompare(&d[0], &d[1]));
@@ -155,7 +155,7 @@ void fn_round(sqlite3_context *ctx, int, sqlite3_value **argv) {
     int p, s;
     if (!int_arg(ctx, argv[1], "dec_round: precision", 1, 2 * DEC_MAXDGTS, &p)) return;
     if (!int_arg(ctx, argv[2], "dec_round: scale", 0, p, &s)) return;
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d;
     if (!read_args(ctx, 1, argv, &d)) return;
     // DEC_EROUNDPOS: the value has no digit at that scale; it is exact already.
@@ -188,7 +188,7 @@ void fn_format(sqlite3_context *ctx, int, sqlite3_value **argv) {
     int w, s;
     if (!int_arg(ctx, argv[1], "dec_format: width", 1, kMaxFormatWidth, &w)) return;
     if (!int_arg(ctx, argv[2], "dec_format: places", -1, 2 * DEC_MAXDGTS + 128, &s)) return;
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d;
     if (!read_args(ctx, 1, argv, &d)) return;
     std::string f(static_cast<size_t>(w), ' ');
@@ -199,7 +199,7 @@ void fn_format(sqlite3_context *ctx, int, sqlite3_value **argv) {
 void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     int len = kDefaultPackLen;
     if (argc > 1 && !int_arg(ctx, argv[1], "dec_pack: length", 2, kMaxPackLen, &len)) return;
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d;
     if (!read_args(ctx, 1, argv, &d)) return;
     unsigned char buf[kMaxPackLen];
@@ -213,7 +213,7 @@ void fn_unpack(sqlite3_context *ctx, int, sqlite3_value **argv) {
         sqlite3_result_error(ctx, "dec_unpack: argument must be a packed BLOB", -1);
         return;
     }
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal d;
     if (!read_args(ctx, 1, argv, &d)) return;
     result_decimal(ctx, d, 0);
@@ -232,7 +232,7 @@ void sum_step(sqlite3_context *ctx, int, sqlite3_value **argv) {
         return;
     }
     if (st->failed) return;
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     Decimal x;
     switch (read_value(argv[0], &x)) {
     case Read::Null: return;
@@ -253,7 +253,7 @@ void sum_final(sqlite3_context *ctx) {
         sqlite3_result_null(ctx);
         return;
     }
-    std::lock_guard<std::mutex> lock(g_dec_lock);
+    LibraryLock lock(library_lock());
     result_decimal(ctx, st->sum, 0);
 }
 
