@@ -15,8 +15,8 @@ namespace {
 struct VowelTable {
     unsigned char t[256] = {};
     constexpr VowelTable() {
-        t['A'] = t['E'] = t['I'] = t['O'] = t['U'] = 1;
-        t['1'] = t['2'] = t['3'] = t['4'] = 2;
+        for (unsigned char c : {'A', 'E', 'I', 'O', 'U'}) t[c] = 1;
+        for (unsigned char c : {'1', '2', '3', '4'}) t[c] = 2;
     }
 };
 
