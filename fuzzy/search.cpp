@@ -87,9 +87,7 @@ public:
     // The key of word (n bytes) into key; returns its length.
     int32_t key(const char *word, int32_t n, char *key) {
         if (!table_ || n > static_cast<int32_t>(kMaxWord)) return compute(word, key);
-        uint32_t h = 2166136261u;
-        for (int32_t i = 0; i < n; ++i) h = (h ^ static_cast<unsigned char>(word[i])) * 16777619u;
-        Slot &s = table_[h & (slots_ - 1)];
+        Slot &s = table_[hash(word, n) & (slots_ - 1)];
         if (s.wlen == n + 1 && std::memcmp(s.word, word, static_cast<size_t>(n)) == 0) {
             std::memcpy(key, s.key, static_cast<size_t>(s.klen) + 1);
             return s.klen;
@@ -105,6 +103,29 @@ public:
     }
 
 private:
+    // A hash of the n bytes (1 to kMaxWord) from at most three loads that
+    // may overlap, without a loop.
+    static size_t hash(const char *w, int32_t n) {
+        uint64_t a, b, c = 0;
+        if (n >= 8) {
+            std::memcpy(&a, w, 8);
+            std::memcpy(&b, w + n - 8, 8);
+            if (n > 16) std::memcpy(&c, w + 8, 8);
+        } else if (n >= 4) {
+            uint32_t x, y;
+            std::memcpy(&x, w, 4);
+            std::memcpy(&y, w + n - 4, 4);
+            a = x;
+            b = y;
+        } else {
+            a = static_cast<unsigned char>(w[0]) | (static_cast<uint64_t>(static_cast<unsigned char>(w[n >> 1])) << 8);
+            b = static_cast<unsigned char>(w[n - 1]);
+        }
+        uint64_t h = (a * 0x9E3779B97F4A7C15ULL) ^ (b * 0xC2B2AE3D27D4EB4FULL) ^
+                     (c * 0x165667B19E3779F9ULL) ^ static_cast<uint64_t>(n);
+        return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 41));
+    }
+
     struct Slot {
         uint8_t wlen;  // word length + 1; 0 for an empty slot
         uint8_t klen;
