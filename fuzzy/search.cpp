@@ -153,12 +153,25 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
     // The text ends at its first NUL byte, if one comes before length.
     const size_t end = strnlen(text, static_cast<size_t>(length));
 
+    // The terms as this search reads them; the cutoffs are written back at
+    // the end, the best words as they are found.
+    struct Term {
+        int32_t op, length, cutoff, factor;
+        bool std;
+    };
+    Term terms[UDFKIT_MAX_TERMS];
     bool cut_mode = true;  // no phrase continuation among the terms
     LevPattern pat[UDFKIT_MAX_TERMS];
     for (int j = 0; j < nterms; ++j) {
         const SearchTerm &t = Recherche[j];
         if (t.op == TERM_PHRASE) cut_mode = false;
         pat[j].set(t.word, t.length);
+        Term &m = terms[j];
+        m.op = t.op;
+        m.length = t.length;
+        m.cutoff = t.cutoff;
+        m.factor = t.quoted ? 2 : 1;
+        m.std = t.std != 0;
     }
     // Lengths of standard words taken into account: min < n < max.
     int32_t min_len = -1, max_len = 255;
@@ -173,7 +186,7 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
     const UpperTable upper;
     PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
     bool any_key = false;
-    for (int j = 0; j < nterms; ++j) any_key = any_key || !Recherche[j].std;
+    for (int j = 0; j < nterms; ++j) any_key = any_key || !terms[j].std;
     BoundCache bounds[UDFKIT_MAX_TERMS];
     KeyCache keys(any_key && phon == Phonex ? end : 0);
     char stdw[kStdSize];
@@ -195,19 +208,27 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
 
         int32_t key_len = -1;  // not computed yet
         for (int j = 0; j < nterms; ++j) {
-            SearchTerm &t = Recherche[j];
-            // Whether the next term chains on this one's score for the word.
-            const bool feeds_phrase = j + 1 < nterms && Recherche[j + 1].op == TERM_PHRASE;
+            Term &t = terms[j];
             // Words that can change nothing for the term are passed over
             // without a distance (and without a phonetic key):
             //  - a phrase word after a word that did not continue the
             //    phrase scores 0 whatever its distance;
             //  - with the cut-off, a term whose best distance is 0 scores 0
             //    on every later word and its cutoff stays 0;
-            //  - without it, a term at its best score 1 is never improved
-            //    on, and its word score is read by no phrase word.
+            //  - without it, a word score that is no better than floor
+            //    changes nothing: floor is the term's best score and, when
+            //    phrase words follow, theirs too (a phrase word scores at
+            //    most the score of the word before it for the term before
+            //    it).  A phrase word itself has floor 0.  At floor 1 no
+            //    score can do better.
+            double floor = 0.0;
+            if (!cut_mode && t.op != TERM_PHRASE) {
+                floor = best[j];
+                for (int k = j + 1; k < nterms && terms[k].op == TERM_PHRASE; ++k)
+                    floor = std::min(floor, best[k]);
+            }
             if ((t.op == TERM_PHRASE && j > 0 && prev[j - 1] == 0.0) ||
-                (cut_mode ? t.cutoff <= 0 : (!feeds_phrase && best[j] >= 1.0))) {
+                (cut_mode ? t.cutoff <= 0 : floor >= 1.0)) {
                 cur[j] = 0.0;
                 continue;
             }
@@ -235,17 +256,15 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
                     d = pat[j].distance(x, xlen, t.cutoff, true);
                     t.cutoff = std::min(t.cutoff, d);
                 } else {
-                    // Without the cut-off only distances whose score can
-                    // matter are needed exactly: above 0 when a phrase word
-                    // reads it, above the best so far otherwise.  From the
-                    // bound on, the distance may give up (its answer is
-                    // exact below the bound, and anything at or above it
-                    // scores no more than that floor).
-                    const bool chained = feeds_phrase || t.op == TERM_PHRASE;
-                    const int32_t bound = bounds[j].get(chained ? 0.0 : best[j], longest, t.quoted ? 2 : 1);
+                    // Only distances that score above the floor are needed
+                    // exactly: from the bound on, the distance may give up
+                    // (its answer is exact below the bound, and any distance
+                    // at or above it scores no more than the floor; such a
+                    // word then scores 0 here, which changes nothing either).
+                    const int32_t bound = bounds[j].get(floor, longest, t.factor);
                     d = bound > 0 ? pat[j].distance(x, xlen, bound, true) : kTooLarge;
                 }
-                if (t.quoted) d *= 2;
+                d *= t.factor;  // quoted terms count distances double
                 // A distance of the longest length or more scores 0 (and
                 // the division is spared).
                 if (d < longest) s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
@@ -253,14 +272,16 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
             if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
             if (s > best[j]) {
                 best[j] = s;
-                t.position = static_cast<int32_t>(off);
-                t.matchLength = static_cast<int32_t>(wlen);
-                t.score = s;
+                SearchTerm &r = Recherche[j];
+                r.position = static_cast<int32_t>(off);
+                r.matchLength = static_cast<int32_t>(wlen);
+                r.score = s;
             }
             cur[j] = s;
         }
         std::swap(prev, cur);
     }
+    for (int j = 0; j < nterms; ++j) Recherche[j].cutoff = terms[j].cutoff;
 
     double acc = 0.0;
     int count = 0;
