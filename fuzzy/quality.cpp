@@ -217,9 +217,7 @@ void quality_call(const HostCallTable *t, int32_t *rtype, int32_t *rsize) {
         int32_t caseless = 0;
         t->PopInt(&caseless);
         char charset[kCharsetCap];
-        charset[0] = '\0';
-        t->PopString(charset, kCharsetCap);
-        charset[kCharsetCap - 1] = '\0';
+        udfkit::pop_into(t, charset);
         PoppedText text(t);
         t->PushDouble(Score(text.c_str(), charset, caseless));
     });

@@ -120,9 +120,7 @@ UDFKIT_API void format(const HostCallTable *t, int32_t nargs, const ArgDesc *arg
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 200)) return;
     udfkit::guarded([&] {
         char mask[kMaskCap];
-        mask[0] = '\0';
-        t->PopString(mask, kMaskCap);
-        mask[kMaskCap - 1] = '\0';
+        udfkit::pop_into(t, mask);
 
         // A mask is at most 99 characters, so the result always fits.
         char out[1024];
@@ -134,9 +132,7 @@ UDFKIT_API void format(const HostCallTable *t, int32_t nargs, const ArgDesc *arg
             if (day != kNullDate && day != 0) _mk_using_date(day, mask, out);
         } else {
             char value[kValueCap];
-            value[0] = '\0';
-            t->PopString(value, kValueCap);
-            value[kValueCap - 1] = '\0';
+            udfkit::pop_into(t, value);
             if (value[0]) _mk_using_nombre(value, mask, out);
         }
         t->PushString(out);

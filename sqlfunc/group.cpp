@@ -21,13 +21,10 @@ extern "C" UDFKIT_API void group_concat(const HostCallTable *t, int32_t nargs,
         t->PushString("error");
         return;
     }
-    char sep[2] = {0, 0};
-    char value[kGroupCap], acc[kGroupCap];
-    value[0] = acc[0] = '\0';
-    t->PopString(sep, 2);
-    t->PopString(value, kGroupCap);
-    t->PopString(acc, kGroupCap);
-    value[kGroupCap - 1] = acc[kGroupCap - 1] = '\0';
+    char sep[2], value[kGroupCap], acc[kGroupCap];
+    udfkit::pop_into(t, sep);
+    udfkit::pop_into(t, value);
+    udfkit::pop_into(t, acc);
     if (!acc[0]) {
         t->PushString(value);
     } else if (!value[0]) {

@@ -51,6 +51,15 @@ inline bool describe_value_of(const HostCallTable *table, int32_t nargs, const A
     return true;
 }
 
+// Pops the top value as text into a fixed buffer: at most N - 1
+// characters, always terminated, whatever the host wrote.
+template <size_t N>
+inline void pop_into(const HostCallTable *t, char (&buf)[N]) noexcept {
+    buf[0] = '\0';
+    t->PopString(buf, static_cast<int32_t>(N));
+    buf[N - 1] = '\0';
+}
+
 // A string popped whole: PeekStringLength bytes, popped with that capacity.
 // Short texts live inside the object; longer ones on the heap.
 class PoppedText {

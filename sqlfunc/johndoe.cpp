@@ -167,9 +167,7 @@ UDFKIT_API void anonymize_first(const HostCallTable *t, int32_t nargs, const Arg
     int32_t sex = 0;
     t->PopInt(&sex);
     char name[kNameCap];
-    name[0] = '\0';
-    t->PopString(name, kNameCap);
-    name[kNameCap - 1] = '\0';
+    udfkit::pop_into(t, name);
     srand48(text_seed(name));
     // 0 masculine, 2 undetermined (guessed from the feminine dictionary),
     // anything else feminine.
@@ -183,9 +181,7 @@ UDFKIT_API void anonymize_last(const HostCallTable *t, int32_t nargs, const ArgD
                                int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 50)) return;
     char name[kNameCap];
-    name[0] = '\0';
-    t->PopString(name, kNameCap);
-    name[kNameCap - 1] = '\0';
+    udfkit::pop_into(t, name);
     srand48(text_seed(name));
     pick_or_mask(name, kSurnameFile, 'Z');
     t->PushString(name);
@@ -195,9 +191,7 @@ UDFKIT_API void anonymize_letter(const HostCallTable *t, int32_t nargs, const Ar
                                  int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     char alphabet[kAlphabetCap];
-    alphabet[0] = '\0';
-    t->PopString(alphabet, kAlphabetCap);
-    alphabet[kAlphabetCap - 1] = '\0';
+    udfkit::pop_into(t, alphabet);
 
     int32_t cap = t->PeekStringLength();
     if (cap < 1) cap = 1;
@@ -224,13 +218,9 @@ UDFKIT_API void anonymize_nss(const HostCallTable *t, int32_t nargs, const ArgDe
                               int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     char key[kKeyCap];
-    key[0] = '\0';
-    t->PopString(key, kKeyCap);
-    key[kKeyCap - 1] = '\0';
+    udfkit::pop_into(t, key);
     char number[kNssCap];
-    number[0] = '\0';
-    t->PopString(number, kNssCap);
-    number[kNssCap - 1] = '\0';
+    udfkit::pop_into(t, number);
 
     if (std::strlen(number) != kNssLength) {
         t->PushString(number);

@@ -362,9 +362,7 @@ UDFKIT_API void jsonlib_getvalue4key(const HostCallTable *t, int32_t nargs, cons
     if (nargs != 2) return;
     guarded([&] {
         char name[kNameCap];
-        name[0] = '\0';
-        t->PopString(name, kNameCap);
-        name[kNameCap - 1] = '\0';
+        udfkit::pop_into(t, name);
         NodeRef r = pop_node(t);
         JsonNode *c = r.node ? child_named(r.node, name, std::strlen(name)) : nullptr;
         if (c)

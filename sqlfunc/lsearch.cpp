@@ -11,10 +11,8 @@ extern "C" UDFKIT_API void list_matches(const HostCallTable *t, int32_t nargs,
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_FLOAT, 8)) return;
     udfkit::guarded([&] {
         char pattern[1024], delims[100];
-        pattern[0] = delims[0] = '\0';
-        t->PopString(pattern, sizeof pattern);
-        t->PopString(delims, sizeof delims);
-        pattern[sizeof pattern - 1] = delims[sizeof delims - 1] = '\0';
+        udfkit::pop_into(t, pattern);
+        udfkit::pop_into(t, delims);
         udfkit::PoppedText list(t);
         long tokens = 0, matches = 0;
         char *save = nullptr;

@@ -29,10 +29,10 @@ bool read_rows(const HostCallTable *t, const std::string &sql, int per_row, Take
     char extra[kValueCap];
     for (int32_t r = 0; r < rows; ++r) {
         for (int32_t c = 0; c < width; ++c) {
-            char *into = c < per_row ? values[c] : extra;
-            into[0] = '\0';
-            t->PopString(into, kValueCap);
-            into[kValueCap - 1] = '\0';
+            if (c < per_row)
+                udfkit::pop_into(t, values[c]);
+            else
+                udfkit::pop_into(t, extra);
         }
         take(values);
     }
@@ -127,10 +127,8 @@ UDFKIT_API void colattribute(const HostCallTable *t, int32_t nargs, const ArgDes
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 256)) return;
     udfkit::guarded([&] {
         char key[128];
-        key[0] = '\0';
         int32_t colno = 0, tabid = 0;
-        t->PopString(key, sizeof key);
-        key[sizeof key - 1] = '\0';
+        udfkit::pop_into(t, key);
         t->PopInt(&colno);
         t->PopInt(&tabid);
         char head[128];

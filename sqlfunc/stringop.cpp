@@ -21,9 +21,7 @@ constexpr int32_t kReplaceCap = 4096;
 template <int (*Map)(int)>
 void map_case(const HostCallTable *t) {
     char buf[kCaseCap];
-    buf[0] = '\0';
-    t->PopString(buf, kCaseCap);
-    buf[kCaseCap - 1] = '\0';
+    udfkit::pop_into(t, buf);
     for (unsigned char *p = reinterpret_cast<unsigned char *>(buf); *p; ++p)
         *p = static_cast<unsigned char>(Map(*p));
     t->PushString(buf);
@@ -87,9 +85,7 @@ UDFKIT_API void capitalize(const HostCallTable *t, int32_t nargs, const ArgDesc 
                            int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     char buf[kCapitalizeCap];
-    buf[0] = '\0';
-    t->PopString(buf, kCapitalizeCap);
-    buf[kCapitalizeCap - 1] = '\0';
+    udfkit::pop_into(t, buf);
     if (buf[0]) {
         for (unsigned char *p = reinterpret_cast<unsigned char *>(buf); *p; ++p)
             *p = static_cast<unsigned char>(std::tolower(*p));
@@ -102,9 +98,7 @@ UDFKIT_API void basename(const HostCallTable *t, int32_t nargs, const ArgDesc *a
                          int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     char buf[kCaseCap];
-    buf[0] = '\0';
-    t->PopString(buf, kCaseCap);
-    buf[kCaseCap - 1] = '\0';
+    udfkit::pop_into(t, buf);
     const char *slash = std::strrchr(buf, '/');
     t->PushString(slash ? slash + 1 : buf);
 }
@@ -115,9 +109,7 @@ UDFKIT_API void lastchars(const HostCallTable *t, int32_t nargs, const ArgDesc *
     int32_t count = 0;
     t->PopInt(&count);
     char buf[kCaseCap];
-    buf[0] = '\0';
-    t->PopString(buf, kCaseCap);
-    buf[kCaseCap - 1] = '\0';
+    udfkit::pop_into(t, buf);
     const uint64_t len = std::strlen(buf);
     // Compared unsigned after widening with the sign: a negative count is huge.
     const uint64_t want = static_cast<uint64_t>(static_cast<int64_t>(count));
@@ -130,8 +122,8 @@ UDFKIT_API void strpos(const HostCallTable *t, int32_t nargs, const ArgDesc *arg
     guarded([&] {
         int32_t start = 0;
         t->PopInt(&start);
-        char ch[2] = {0, 0};
-        t->PopString(ch, 2);
+        char ch[2];
+        udfkit::pop_into(t, ch);
         PoppedText text(t);
         const char wanted = ch[0] ? ch[0] : ' ';
         const uint64_t len = text.length();
@@ -150,8 +142,8 @@ UDFKIT_API void strpos(const HostCallTable *t, int32_t nargs, const ArgDesc *arg
 UDFKIT_API void valascii(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                          int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 2)) return;
-    char ch[2] = {0, 0};
-    t->PopString(ch, 2);
+    char ch[2];
+    udfkit::pop_into(t, ch);
     if (ch[0])
         t->PushInt(static_cast<signed char>(ch[0]));
     else
@@ -163,10 +155,8 @@ UDFKIT_API void strreplace(const HostCallTable *t, int32_t nargs, const ArgDesc 
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     guarded([&] {
         char repl[kReplaceCap], search[kReplaceCap];
-        repl[0] = search[0] = '\0';
-        t->PopString(repl, kReplaceCap);
-        t->PopString(search, kReplaceCap);
-        repl[kReplaceCap - 1] = search[kReplaceCap - 1] = '\0';
+        udfkit::pop_into(t, repl);
+        udfkit::pop_into(t, search);
         PoppedText text(t, 1);
         const char *s = text.c_str();
         const size_t slen = std::strlen(search);
@@ -239,8 +229,8 @@ UDFKIT_API void champ(const HostCallTable *t, int32_t nargs, const ArgDesc *args
     guarded([&] {
         int32_t n = 0;
         t->PopInt(&n);
-        char sep[2] = {0, 0};
-        t->PopString(sep, 2);
+        char sep[2];
+        udfkit::pop_into(t, sep);
         const char separator = sep[0] ? sep[0] : ' ';
         PoppedText text(t);
         char *out = text.data();  // the field is never longer than the text
