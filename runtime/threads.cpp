@@ -49,6 +49,10 @@ void lock_handout(pthread_mutex_t *m) {
 void *ThreadRun(void *arg) {
     auto *w = static_cast<ThreadWorker *>(arg);
     ThreadPool *pool = w->pool;
+    // Fixed for the worker's life; kept here so the loop never reads the
+    // worker record, whose cache line the neighbouring worker writes.
+    const bool backwards = (w->cpu & 1) != 0;
+    void *const scratch = w->scratch;
     void *block[kMaxBlock];
     for (;;) {
         wait_sem(&w->start);
@@ -74,10 +78,10 @@ void *ThreadRun(void *arg) {
             pool->next += k;
             if (pool->next == pool->total) sem_post(&pool->batchDone);
             pthread_mutex_unlock(&pool->mutex);
-            if (w->cpu & 1) {
-                for (int32_t i = k; i-- > 0;) fn(block[i], w->scratch);
+            if (backwards) {
+                for (int32_t i = k; i-- > 0;) fn(block[i], scratch);
             } else {
-                for (int32_t i = 0; i < k; ++i) fn(block[i], w->scratch);
+                for (int32_t i = 0; i < k; ++i) fn(block[i], scratch);
             }
             w->processed += k;
         }
