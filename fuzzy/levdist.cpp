@@ -22,30 +22,69 @@ using udfkit::fuzzy::LevPattern;
 constexpr int32_t kMaxLen = 255;
 
 #if defined(__SSE2__)
-// The 1 to 16 bytes of s in a register, zeros after them.  Two loads that
-// may overlap cover every length without a loop and without reading past
-// the string.
+// The 1 to 16 bytes of s in a register, read without going past the
+// string and, from 4 bytes on, without a branch on the length.  Bytes
+// 0..n-1 of the result are those of s; the bytes after them are whatever
+// the loads left there, which is harmless: in the bit vectors below no
+// bit depends on a higher one, and only bits 0..n-1 are read.
 inline __m128i load_short(const char *s, int32_t n) {
-    using u128 = unsigned __int128;
-    u128 v;
-    if (n >= 8) {
-        uint64_t lo, hi;
-        std::memcpy(&lo, s, 8);
-        std::memcpy(&hi, s + n - 8, 8);
-        v = static_cast<u128>(lo) | (static_cast<u128>(hi) << (8 * (n - 8)));
-    } else if (n >= 4) {
-        uint32_t lo, hi;
-        std::memcpy(&lo, s, 4);
-        std::memcpy(&hi, s + n - 4, 4);
-        v = static_cast<u128>(lo | (static_cast<uint64_t>(hi) << (8 * (n - 4))));
+    uint64_t lo, hi;
+    if (n >= 4) {
+        // Low half: s[0..4) and the 4 bytes ending at byte 8, or at the
+        // end when that comes first (the two overlap on equal bytes).
+        // High half: s[n-8..n) moved down to start at byte 8; below 8
+        // bytes it repeats bytes of s that then lie past byte n-1.
+        const int32_t d = n - 8, neg = d >> 31;  // neg: -1 below 8 bytes
+        const int32_t o1 = 4 + (d & neg), o2 = d & ~neg;
+        uint32_t w0, w1, w2, w3;
+        std::memcpy(&w0, s, 4);
+        std::memcpy(&w1, s + o1, 4);
+        std::memcpy(&w2, s + o2, 4);
+        std::memcpy(&w3, s + n - 4, 4);
+        lo = w0 | static_cast<uint64_t>(w1) << (8 * o1);
+        hi = (w2 | static_cast<uint64_t>(w3) << 32) >> ((8 * (16 - n)) & 63);
     } else {
         const uint64_t a = static_cast<unsigned char>(s[0]);
         const uint64_t b = static_cast<unsigned char>(s[n >> 1]);
         const uint64_t c = static_cast<unsigned char>(s[n - 1]);
-        v = static_cast<u128>(a | (b << (8 * (n >> 1))) | (c << (8 * (n - 1))));
+        lo = a | (b << (8 * (n >> 1))) | (c << (8 * (n - 1)));
+        hi = 0;
     }
-    return _mm_set_epi64x(static_cast<int64_t>(static_cast<uint64_t>(v >> 64)),
-                          static_cast<int64_t>(static_cast<uint64_t>(v)));
+    return _mm_set_epi64x(static_cast<int64_t>(hi), static_cast<int64_t>(lo));
+}
+
+// The distance of a (la >= 1 bytes) and the lb bytes (1 <= lb <= 16) held
+// in v, without cut-off: rows over a, bit vectors over v.  The last cell
+// is read from the last row at the end rather than followed row by row.
+inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
+    uint32_t pv = (uint32_t{1} << lb) - 1, mv = 0;
+    for (int32_t i = 0; i < la; ++i) {
+        const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(a[i]))));
+        // The row update of run_bits, rearranged so that the chain from
+        // pv to the next pv and mv is seven operations: what does not
+        // depend on the sum is formed beside it.  With ph, mh the
+        // horizontal differences and X = xh << 1:
+        //   pv' = (mh << 1) | (~xv & ~(ph << 1 | 1))
+        //       = (X & (K | pv << 1)) | (K & pv << 1),  K = ~xv & ~mv << 1
+        //   mv' = xv & (ph << 1 | 1) = (X & C & ~mv << 1) ^ C,  C = xv & ~(pv << 1)
+        // the second because pv and mv never share a bit.
+        const uint32_t xv = m | mv;
+        const uint32_t q = ~mv << 1;
+        const uint32_t k = ~xv & q;
+        const uint32_t p2 = pv << 1;
+        const uint32_t c = xv & ~p2;
+        const uint32_t x = ((((m & pv) + pv) ^ pv) | m) << 1;
+        pv = (x & (k | p2)) | (k & p2);
+        mv = (x & (c & q)) ^ c;
+    }
+    // Cell lb = cell 0 (la) + the rises - the falls; both counted at once
+    // as the rises and the cells that do not fall, less lb.
+    const uint32_t low = (uint32_t{1} << lb) - 1;
+    uint32_t x = (pv & low) | ((~mv & low) << 16);
+    x = x - ((x >> 1) & 0x55555555u);
+    x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
+    x = (x + (x >> 4)) & 0x0F0F0F0Fu;
+    return la - lb + static_cast<int32_t>((x * 0x01010101u) >> 24);
 }
 #endif
 
@@ -171,6 +210,24 @@ int32_t LevPattern::distance(const char *s1, int32_t l1, int32_t cut, bool use_c
     return lev_two_rows(s1, l1, s2_, l2_, cut, use_cut);
 }
 
+// LevDistCutOff when the rule may fire (or the strings are long): rows
+// over s1, the cut-off tested after each.
+static __attribute__((noinline)) int32_t with_cut_off(const char *s1, int32_t l1, const char *s2, int32_t l2,
+                                                      int32_t cut) noexcept {
+#if defined(__SSE2__)
+    if (l2 <= 16) {  // the usual word: the second string fits one register
+        const __m128i v = load_short(s2, l2);
+        auto match = [v](char c) -> uint64_t {
+            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(c))));
+        };
+        return run_bits(match, s1, l1, l2, cut, true);
+    }
+#endif
+    LevPattern p;
+    p.set(s2, l2);
+    return p.distance(s1, l1, cut, true);
+}
+
 int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int32_t cut,
                      bool use_cut) noexcept {
     int32_t rows[2][kMaxLen + 1];
@@ -222,17 +279,23 @@ UDFKIT_API int32_t LevDistCutOff(const char *s1, const char *s2, int32_t cut) {
     const int32_t l1 = static_cast<int32_t>(n1), l2 = static_cast<int32_t>(n2);
     if ((l1 > l2 ? l1 - l2 : l2 - l1) >= cut) return kTooLarge;
 #if defined(__SSE2__)
-    if (l2 <= 16) {  // the usual word: the second string fits one register
-        const __m128i v = load_short(s2, l2);
-        auto match = [v](char c) -> uint64_t {
-            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(c))));
-        };
-        return udfkit::fuzzy::run_bits(match, s1, l1, l2, cut, true);
+    // Every cell of row i is at most its cell 1, at most i, so when cut
+    // is above l1 no row can be all at or above it and the result is the
+    // plain distance.  That one is symmetric: the shorter string drives
+    // the rows (one step each) and the longer one sits in the register,
+    // picked by selects rather than a branch the lengths would make
+    // unpredictable.
+    if (cut > l1 && l1 <= 16 && l2 <= 16) {
+        const uintptr_t a = reinterpret_cast<uintptr_t>(s1), b = reinterpret_cast<uintptr_t>(s2);
+        const uintptr_t swap = -static_cast<uintptr_t>(l1 >= l2);  // all ones or zero
+        const char *held = reinterpret_cast<const char *>(b ^ ((a ^ b) & swap));
+        const char *rows = reinterpret_cast<const char *>(a ^ ((a ^ b) & swap));
+        const int32_t lmask = static_cast<int32_t>(swap);
+        const int32_t lh = l2 ^ ((l1 ^ l2) & lmask), lr = l1 ^ ((l1 ^ l2) & lmask);
+        return rows_in_register(load_short(held, lh), rows, lr, lh);
     }
 #endif
-    LevPattern p;
-    p.set(s2, l2);
-    return p.distance(s1, l1, cut, true);
+    return udfkit::fuzzy::with_cut_off(s1, l1, s2, l2, cut);
 }
 
 }  // extern "C"
