@@ -57,30 +57,30 @@ inline __m128i load_short(const char *s, int32_t n) {
 // in v, without cut-off: rows over a, bit vectors over v.  The last cell
 // is read from the last row at the end rather than followed row by row.
 inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
-    uint32_t pv = (uint32_t{1} << lb) - 1, mv = 0;
+    uint32_t pv = (uint32_t{1} << lb) - 1, nmv = ~uint32_t{0};  // nmv: ~mv
     for (int32_t i = 0; i < la; ++i) {
         const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(a[i]))));
         // The row update of run_bits, rearranged so that the chain from
         // pv to the next pv and mv is seven operations: what does not
-        // depend on the sum is formed beside it.  With ph, mh the
-        // horizontal differences and X = xh << 1:
+        // depend on the sum is formed beside it.  With xv, ph, mh the
+        // vertical match and horizontal differences and X = xh << 1:
         //   pv' = (mh << 1) | (~xv & ~(ph << 1 | 1))
         //       = (X & (K | pv << 1)) | (K & pv << 1),  K = ~xv & ~mv << 1
-        //   mv' = xv & (ph << 1 | 1) = (X & C & ~mv << 1) ^ C,  C = xv & ~(pv << 1)
+        //   ~mv' = ~(xv & (ph << 1 | 1)) = (X & C & ~mv << 1) ^ ~C,  C = xv & ~(pv << 1)
         // the second because pv and mv never share a bit.
-        const uint32_t xv = m | mv;
-        const uint32_t q = ~mv << 1;
-        const uint32_t k = ~xv & q;
+        const uint32_t nxv = nmv & ~m;
+        const uint32_t q = nmv << 1;
+        const uint32_t k = nxv & q;
         const uint32_t p2 = pv << 1;
-        const uint32_t c = xv & ~p2;
+        const uint32_t nc = nxv | p2;
         const uint32_t x = ((((m & pv) + pv) ^ pv) | m) << 1;
         pv = (x & (k | p2)) | (k & p2);
-        mv = (x & (c & q)) ^ c;
+        nmv = (x & (q & ~nc)) ^ nc;
     }
     // Cell lb = cell 0 (la) + the rises - the falls; both counted at once
     // as the rises and the cells that do not fall, less lb.
     const uint32_t low = (uint32_t{1} << lb) - 1;
-    uint32_t x = (pv & low) | ((~mv & low) << 16);
+    uint32_t x = (pv & low) | ((nmv & low) << 16);
     x = x - ((x >> 1) & 0x55555555u);
     x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
     x = (x + (x >> 4)) & 0x0F0F0F0Fu;

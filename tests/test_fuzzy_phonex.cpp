@@ -141,6 +141,33 @@ TEST(LevDist, SameAsTheTwoRowProgrammeOnRandomPairs) {
     }
 }
 
+// Every pair of lengths 1 to 20, each string in a heap block of exactly
+// its size so that the sanitizer build catches a read past a terminator;
+// the bytes differ at every position, so a byte loaded to the wrong place
+// changes the result.  Cuts below, at and above the first length take
+// both the cut-off path and the plain one.
+TEST(LevDist, EveryShortLengthPairInExactBlocks) {
+    std::mt19937 rng(777);
+    long mismatches = 0;
+    for (int l1 = 1; l1 <= 20; ++l1)
+        for (int l2 = 1; l2 <= 20; ++l2)
+            for (int trial = 0; trial < 20 && mismatches < 10; ++trial) {
+                std::string a(l1, ' '), b(l2, ' ');
+                for (char &c : a) c = (char)('a' + rng() % 3);
+                for (char &c : b) c = (char)('a' + rng() % 3);
+                if (trial == 0) b.replace(0, std::min(l1, l2), a, 0, std::min(l1, l2));
+                std::vector<char> pa(a.c_str(), a.c_str() + l1 + 1), pb(b.c_str(), b.c_str() + l2 + 1);
+                for (int32_t cut : {l1 - 2, l1, l1 + 1, 255}) {
+                    const int32_t want = reference(a, b, cut, true);
+                    const int32_t got = LevDistCutOff(pa.data(), pb.data(), cut);
+                    if (got != want) {
+                        ++mismatches;
+                        ADD_FAILURE() << a << " / " << b << " cut " << cut << ": " << got << " vs " << want;
+                    }
+                }
+            }
+}
+
 TEST(LevDist, LongStringsBothWays) {
     // 100-byte strings take the two-row path; a short one against a long
     // one takes the swapped bit-vector path of LevDist.
