@@ -5,6 +5,9 @@
 // a whole row is computed at once as bit vectors of the differences between
 // neighbouring cells (Myers' bit-parallel method in Hyyro's formulation for
 // the global distance); longer strings take the two-row programme itself.
+// LevDistCutOff on two words of up to 16 bytes, with a bound the cut-off
+// rule cannot reach, computes the plain distance with the shorter word
+// driving the rows and the longer one in an SSE register.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
