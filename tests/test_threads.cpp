@@ -139,11 +139,20 @@ TEST(ThreadPool, UnwaitedRunThenWait) {
     ThreadsEnd(pool);
 }
 
+TEST(ThreadPool, MillionsOfItems) {
+    ThreadPool *pool = ThreadsInit(-1, 64);
+    Batch r(2000000);
+    ThreadsRun(pool, count_job, r.ptrs.data(), 2000000, 1);
+    EXPECT_TRUE(r.each_once());
+    EXPECT_EQ(processed(pool), pool->nthreads > 1 ? 2000000 : 0);
+    ThreadsEnd(pool);
+}
+
 TEST(ThreadPool, StressRandomRuns) {
     std::mt19937 rng(12345);
     for (int32_t workers : {2, 3, 7}) {
         ThreadPool *pool = ThreadsInit(workers, 0);
-        for (int run = 0; run < 600; ++run) {
+        for (int run = 0; run < 1000; ++run) {
             const int32_t n = static_cast<int32_t>(rng() % 700);
             const bool wait = rng() % 3 != 0;
             Batch r(n);
