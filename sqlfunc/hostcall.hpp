@@ -11,6 +11,11 @@
 
 namespace udfkit {
 
+// True when a result of `bytes` bytes (terminator excluded) is within the
+// limit the host set for this call; otherwise marks the call as refused.
+// A function that gets false pushes nothing.
+bool result_fits(uint64_t bytes) noexcept;
+
 // Runs the body of an SQL function; an exception (allocation failure) ends
 // the call with whatever has been pushed so far, never reaching the host.
 template <class F>

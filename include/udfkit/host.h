@@ -108,6 +108,18 @@ typedef void (*udfkit_sqlaggregate)(const HostCallTable *table, int32_t nargs,
                                     const ArgDesc *args, int32_t *result_type,
                                     int32_t *result_size, int32_t *aggregate);
 
+/*
+ * Result limit (host support, beyond the calling convention).  A host that
+ * refuses texts above some length says so before a call; functions whose
+ * result can outgrow their arguments (strreplace, merge, concat, convert,
+ * fuzzyhighlight, fuzzyexcerpt) compute the result's length first and, when
+ * it is over the limit, push nothing and mark the call as refused instead
+ * of building the text.  The limit and the mark belong to the calling
+ * thread; 0 (the start value) means no limit.
+ */
+UDFKIT_API void udfkit_set_result_limit(int64_t max_bytes); /* clears the mark */
+UDFKIT_API int32_t udfkit_result_refused(void); /* 1 when a result was refused */
+
 #ifdef __cplusplus
 }
 #endif
