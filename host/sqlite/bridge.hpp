@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 #include "udfkit/host.h"
 
@@ -59,5 +60,24 @@ using LibraryLock = std::lock_guard<std::recursive_mutex>;
 
 // Function flags for natives that set a result subtype.
 int result_subtype_flag();
+
+}  // namespace udfkit::sqlite
+
+namespace udfkit::sqlite {
+
+// Runs one call into the library from an SQLite callback: under the
+// library lock, with any C++ exception turned into SQLite's error (out of
+// memory for an allocation failure) so that none ever reaches SQLite.
+template <class F>
+void guarded(sqlite3_context *ctx, F &&body) noexcept {
+    try {
+        LibraryLock lock(library_lock());
+        body();
+    } catch (const std::bad_alloc &) {
+        sqlite3_result_error_nomem(ctx);
+    } catch (...) {
+        sqlite3_result_error(ctx, "udfkit: internal error", -1);
+    }
+}
 
 }  // namespace udfkit::sqlite

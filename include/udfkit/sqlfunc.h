@@ -89,6 +89,11 @@ extern "C" {
     X(anonymize_nss, 2, 2, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)          \
     X(anonymize_email, 1, 1, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)
 
+/* Functions whose text result is bytes in a character set the call names,
+ * not always UTF-8: a host hands such a result back as bytes (BLOB, bytea)
+ * when it is not valid UTF-8. */
+#define UDFKIT_BYTE_RESULTS(X) X(convert)
+
 #define UDFKIT_DECLARE_SQLFUNC(name, min_args, max_args, kind, state, c1, c2) \
     UDFKIT_API void name(const HostCallTable *table, int32_t nargs,           \
                          const ArgDesc *args, int32_t *result_type,           \
