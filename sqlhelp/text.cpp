@@ -1,0 +1,107 @@
+#include "sqlhelp/text.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace udfkit::sqlhelp {
+
+namespace {
+
+bool is_cont(unsigned char c) { return (c & 0xC0) == 0x80; }
+
+// The length of the character a lead byte starts, 0 for a byte that
+// cannot start one.
+size_t lead_length(unsigned char c) {
+    if (c < 0x80) return 1;
+    if (c >= 0xC2 && c <= 0xDF) return 2;
+    if (c >= 0xE0 && c <= 0xEF) return 3;
+    if (c >= 0xF0 && c <= 0xF4) return 4;
+    return 0;
+}
+
+// The length of the valid character at s[0, len), 0 if there is none.
+size_t valid_char(const unsigned char *s, size_t len) {
+    const size_t n = lead_length(s[0]);
+    if (n == 0 || n > len) return 0;
+    for (size_t i = 1; i < n; ++i)
+        if (!is_cont(s[i])) return 0;
+    if (n == 3 && s[0] == 0xE0 && s[1] < 0xA0) return 0;  // overlong
+    if (n == 3 && s[0] == 0xED && s[1] > 0x9F) return 0;  // surrogate
+    if (n == 4 && s[0] == 0xF0 && s[1] < 0x90) return 0;  // overlong
+    if (n == 4 && s[0] == 0xF4 && s[1] > 0x8F) return 0;  // above U+10FFFF
+    return n;
+}
+
+thread_local int t_query_depth = 0;
+
+}  // namespace
+
+size_t utf8_cut(const char *s, size_t len, size_t max) noexcept {
+    if (len <= max) return len;
+    const auto *u = reinterpret_cast<const unsigned char *>(s);
+    // Back over at most three continuation bytes to the character's start.
+    size_t n = max;
+    while (n > 0 && max - n < 3 && is_cont(u[n])) --n;
+    if (n < max && valid_char(u + n, len - n) > max - n) return n;
+    return max;
+}
+
+bool utf8_valid(const char *s, size_t len) noexcept {
+    const auto *u = reinterpret_cast<const unsigned char *>(s);
+    size_t i = 0;
+    while (i < len) {
+        if (u[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        const size_t n = valid_char(u + i, len - i);
+        if (n == 0) return false;
+        i += n;
+    }
+    return true;
+}
+
+void utf8_trim_ends(const char *&s, size_t &len) noexcept {
+    const auto *u = reinterpret_cast<const unsigned char *>(s);
+    size_t start = 0;
+    while (start < len && start < 3 && is_cont(u[start])) ++start;
+    size_t end = len;
+    // The last lead byte within the final four bytes: if its character
+    // runs past the end, it goes.
+    for (size_t back = 1; back <= 4 && back <= end - start; ++back) {
+        const unsigned char c = u[end - back];
+        if (is_cont(c)) continue;
+        const size_t n = lead_length(c);
+        if (n > back) end -= back;
+        break;
+    }
+    s += start;
+    len = end - start;
+}
+
+size_t real_to_text(double d, char *buf) noexcept {
+    if (std::isnan(d)) {
+        std::memcpy(buf, "nan", 4);
+        return 3;
+    }
+    if (std::isinf(d)) {
+        const char *t = d < 0 ? "-inf" : "inf";
+        std::strcpy(buf, t);
+        return std::strlen(t);
+    }
+    auto r = std::to_chars(buf, buf + kRealTextMax - 1, d, std::chars_format::fixed);
+    const size_t n = r.ec == std::errc() ? static_cast<size_t>(r.ptr - buf) : 0;
+    buf[n] = '\0';
+    return n;
+}
+
+QueryDepth::QueryDepth() noexcept : entered_(t_query_depth < kMaxQueryDepth) {
+    if (entered_) ++t_query_depth;
+}
+
+QueryDepth::~QueryDepth() {
+    if (entered_) --t_query_depth;
+}
+
+}  // namespace udfkit::sqlhelp
