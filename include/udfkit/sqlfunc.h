@@ -89,6 +89,12 @@ extern "C" {
     X(anonymize_nss, 2, 2, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)          \
     X(anonymize_email, 1, 1, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)
 
+/* Functions beyond the library's required set, in the same form. */
+#define UDFKIT_EXTRA_SQLFUNCS(X)
+
+/* Every SQL-callable function: what a host registers. */
+#define UDFKIT_ALL_SQLFUNCS(X) UDFKIT_SQLFUNCS(X) UDFKIT_EXTRA_SQLFUNCS(X)
+
 /* Functions whose text result is bytes in a character set the call names,
  * not always UTF-8: a host hands such a result back as bytes (BLOB, bytea)
  * when it is not valid UTF-8. */
@@ -101,7 +107,7 @@ extern "C" {
 #define UDFKIT_AGGREGATE_TAIL_UDFKIT_KIND_SCALAR
 #define UDFKIT_AGGREGATE_TAIL_UDFKIT_KIND_TWO
 #define UDFKIT_AGGREGATE_TAIL_UDFKIT_KIND_AGGREGATE , int32_t *aggregate
-UDFKIT_SQLFUNCS(UDFKIT_DECLARE_SQLFUNC)
+UDFKIT_ALL_SQLFUNCS(UDFKIT_DECLARE_SQLFUNC)
 #undef UDFKIT_DECLARE_SQLFUNC
 
 #ifdef __cplusplus
