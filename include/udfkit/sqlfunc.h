@@ -90,7 +90,8 @@ extern "C" {
     X(anonymize_email, 1, 1, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)
 
 /* Functions beyond the library's required set, in the same form. */
-#define UDFKIT_EXTRA_SQLFUNCS(X)
+#define UDFKIT_EXTRA_SQLFUNCS(X)                                                 \
+    X(fuzzyrank, 2, 3, UDFKIT_KIND_SCALAR, UDFKIT_STATE_NONE, 0, 0)
 
 /* Every SQL-callable function: what a host registers. */
 #define UDFKIT_ALL_SQLFUNCS(X) UDFKIT_SQLFUNCS(X) UDFKIT_EXTRA_SQLFUNCS(X)
