@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/decimal.hpp"
 
 namespace udfkit::sqlhelp {
 
@@ -57,12 +58,14 @@ CvtResult vchar_result(CvtSource &src, bool blob) {
     return r;
 }
 
+// A decimal conversion that reports a status (a text beyond the decimal
+// range, a float beyond it or not finite) gives NULL.  The rounding to a
+// scale reports only DEC_EROUNDPOS, for a value whose last digit comes
+// before that scale, which is exact already.
 CvtResult decimal_result(CvtSource &src, int32_t size) {
     Decimal d;
-    if (size == 0)
-        cvt_decimal(&src.var, &d);
-    else
-        cvt_decimal_prec(&src.var, &d, size);
+    if (cvt_decimal(&src.var, &d) != 0) return {};
+    if (size != 0) cvt_decimal_prec(&src.var, &d, size);
     SqlVar dv{UDF_T_DECIMAL, static_cast<uint16_t>(size), &d};
     const char *t = cvt_char(&dv);
     size_t len = std::strlen(t);
@@ -74,6 +77,25 @@ CvtResult decimal_result(CvtSource &src, int32_t size) {
         if (len > 0 && t[len - 1] == '.') --len;
     }
     return text_result(t, len);
+}
+
+// Text or bytes with no digit in the mantissa are no number ('-', '+', '.').
+bool numberless_text(const CvtSource &src) {
+    if (src.var.var_type == UDF_T_CHAR) {
+        const char *t = static_cast<const char *>(src.var.var_data);
+        return !mantissa_has_digit(t, std::strlen(t));
+    }
+    if (src.var.var_type != UDF_T_BLOB) return false;
+    // The conversions read a blob's text up to its first NUL byte.
+    const size_t n = static_cast<size_t>(src.vc.vc_len > 0 ? src.vc.vc_len : 0);
+    const void *nul = n ? std::memchr(src.vc.vc_data, '\0', n) : nullptr;
+    const size_t len = nul ? static_cast<size_t>(static_cast<const char *>(nul) - src.vc.vc_data) : n;
+    return !mantissa_has_digit(src.vc.vc_data, len);
+}
+
+bool numeric(CvtTarget t) {
+    return t == CvtTarget::Float || t == CvtTarget::Integer || t == CvtTarget::Smallint ||
+           t == CvtTarget::Longint || t == CvtTarget::Decimal;
 }
 
 }  // namespace
@@ -124,6 +146,7 @@ void CvtSource::set_bytes(const void *bytes, size_t len) {
 
 CvtResult convert(CvtSource &src, const CvtSpec &spec) {
     SqlVar *v = &src.var;
+    if (numeric(spec.target) && numberless_text(src)) return {};
     switch (spec.target) {
     case CvtTarget::Char: {
         const char *t = cvt_char(v);

@@ -1,6 +1,7 @@
 #include "sqlhelp/decimal.hpp"
 
 #include <cstdio>
+#include <cstring>
 
 namespace udfkit::sqlhelp {
 
@@ -30,7 +31,33 @@ int integer_digits(const Decimal &d) noexcept {
     return 2 * d.dec_exp - (d.dec_digits[0] < 10 ? 1 : 0);
 }
 
+// Drops leading zero digits (a packed value need not be in normal form);
+// false when the exponent then leaves the decimal range.
+bool normalise(Decimal &d) noexcept {
+    int z = 0;
+    while (z < d.dec_ndgts && d.dec_digits[z] == 0) ++z;
+    if (z == 0) return true;
+    if (d.dec_exp - z < DEC_MINEXP) return false;
+    d.dec_exp = static_cast<int16_t>(d.dec_exp - z);
+    d.dec_ndgts = static_cast<int16_t>(d.dec_ndgts - z);
+    std::memmove(d.dec_digits, d.dec_digits + z, static_cast<size_t>(d.dec_ndgts));
+    std::memset(d.dec_digits + d.dec_ndgts, 0, static_cast<size_t>(z));
+    return true;
+}
+
 }  // namespace
+
+bool mantissa_has_digit(const char *text, size_t len) noexcept {
+    size_t i = 0;
+    while (i < len && text[i] == ' ') ++i;
+    if (i < len && (text[i] == '-' || text[i] == '+')) ++i;
+    for (; i < len; ++i) {
+        const char c = text[i];
+        if (c >= '0' && c <= '9') return true;
+        if (c != '.' && c != ',' && c != ' ') return false;
+    }
+    return false;
+}
 
 DecRead dec_read_int(int64_t value, Decimal &out) noexcept {
     if (value == INT64_MIN) {  // the library's null integer: read as text
@@ -47,15 +74,19 @@ DecRead dec_read_real(double value, Decimal &out) noexcept {
 
 DecRead dec_read_text(const char *text, size_t len, Decimal &out) noexcept {
     if (_deccvasc(text, static_cast<int32_t>(len), &out) != 0) return DecRead::NotNumber;
-    return out.dec_pos == -1 ? DecRead::Null : DecRead::Ok;
+    // The empty text (and blanks) is the null of text; other texts need a digit.
+    if (out.dec_pos == -1) return DecRead::Null;
+    return mantissa_has_digit(text, len) ? DecRead::Ok : DecRead::NotNumber;
 }
 
 DecRead dec_read_packed(const unsigned char *bytes, size_t len, Decimal &out) noexcept {
     if (len == 0) return DecRead::Null;
+    for (size_t i = 1; i < len; ++i)
+        if (bytes[i] > 99 || (i > DEC_MAXDGTS && bytes[i] != 0)) return DecRead::NotNumber;
     _lddecimal(bytes, static_cast<int32_t>(len), &out);
     if (out.dec_pos == -1) return DecRead::Null;
     if (out.dec_ndgts == 0) out.dec_exp = 0;  // a packed zero may carry any header
-    return DecRead::Ok;
+    return normalise(out) ? DecRead::Ok : DecRead::NotNumber;
 }
 
 std::string dec_text(const Decimal &d) {

@@ -26,6 +26,12 @@ constexpr int kDecMaxFormatWidth = 1000;
 constexpr int kDecMinFormatPlaces = -1;  // as many places as the value holds
 constexpr int kDecMaxFormatPlaces = 2 * DEC_MAXDGTS + 128;
 
+// Whether a number text has a digit in its mantissa (after blanks and one
+// sign, among digits, '.', ',' and blanks): '-', '.', '+' and 'e5' have
+// none and are not numbers to the SQL helpers, whatever the runtime reads
+// in them.
+bool mantissa_has_digit(const char *text, size_t len) noexcept;
+
 // What reading an SQL value gave: a null (SQL NULL, the empty text, a null
 // packed value), a decimal, or something that is not a number (the result
 // is then NULL, and an aggregate gives NULL).
@@ -36,7 +42,9 @@ DecRead dec_read_int(int64_t value, Decimal &out) noexcept;
 DecRead dec_read_real(double value, Decimal &out) noexcept;
 // '1,234.50', ' -1.5e3'; text with no digit at all is not a number.
 DecRead dec_read_text(const char *text, size_t len, Decimal &out) noexcept;
-// A packed value of any length (see dec_pack).
+// A packed value of any length (see dec_pack).  A digit byte that is not a
+// base-100 digit (above 99), or a digit beyond the sixteenth that is not
+// zero, makes it not a number.
 DecRead dec_read_packed(const unsigned char *bytes, size_t len, Decimal &out) noexcept;
 
 // The exact text of a value: every fraction digit it holds, no padding.

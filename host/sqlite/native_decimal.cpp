@@ -141,7 +141,9 @@ void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
 
 void fn_unpack(sqlite3_context *ctx, int, sqlite3_value **argv) {
     guarded(ctx, [&] {
-        if (sqlite3_value_type(argv[0]) != SQLITE_BLOB)
+        const int type = sqlite3_value_type(argv[0]);
+        if (type == SQLITE_NULL) return sqlite3_result_null(ctx);
+        if (type != SQLITE_BLOB)
             return sqlite3_result_error(ctx, "dec_unpack: argument must be a packed BLOB", -1);
         Decimal d;
         if (read_args(ctx, 1, argv, &d)) result_decimal(ctx, d);
