@@ -63,10 +63,9 @@ bool source_null(SqlVar *v) {
     case UDF_T_DATE: return load<int32_t>(v) == kNullInt;
     case UDF_T_VCHAR:
     case UDF_T_BLOB: {
-        const int32_t len = static_cast<const VChar *>(v->var_data)->vc_len;
-        // A negative length is a corrupt record: no byte of it is read.
-        if (len < 0) SetConvertionError();
-        return len <= 0;
+        // A negative length is a corrupt record: no byte of it is read, and it
+        // reads as the null (the error flag has causes of its own).
+        return static_cast<const VChar *>(v->var_data)->vc_len <= 0;
     }
     default: return true;
     }
@@ -132,7 +131,8 @@ double nudge(double d) { return d < 0 ? d - 0.0001 : d + 0.0001; }
 
 // Truncation toward zero into 64 bits.  A float beyond the 64-bit range, an
 // infinity or a NaN has no integer value: it gives false, and the callers
-// then return the target's null and raise the error flag.
+// then return the target's null.  The error flag stays down: a value out of
+// an integer target's range is an overflow, reported only to the hook.
 bool truncate64(double d, int64_t *out) {
     if (!(d > -9223372036854775808.0 && d < 9223372036854775808.0)) return false;
     *out = static_cast<int64_t>(d);
@@ -145,10 +145,7 @@ int32_t float_to_int(SqlVar *v, bool nudged) {
     if (nudged && OverflowHook && (d > 2147483647.0 || d < -2147483648.0))
         OverflowHook(v, UDF_T_INTEGER);
     int64_t x;
-    if (!truncate64(d, &x)) {
-        SetConvertionError();
-        return kNullInt;
-    }
+    if (!truncate64(d, &x)) return kNullInt;
     return static_cast<int32_t>(static_cast<uint32_t>(x));
 }
 
@@ -229,8 +226,7 @@ void to_vchar(SqlVar *v, VChar *out, char *area) {
     // A vchar or blob is copied byte for byte, also when empty.
     if (v->var_type == UDF_T_VCHAR || v->var_type == UDF_T_BLOB) {
         const VChar *src = static_cast<const VChar *>(v->var_data);
-        if (src->vc_len < 0) {
-            SetConvertionError();
+        if (src->vc_len < 0) {  // a corrupt record, read as the null
             vchar_null(out);
             return;
         }
@@ -368,10 +364,7 @@ UDFKIT_API int16_t cvt_short(SqlVar *v) {
         const double d = nudge(load<double>(v));
         if (OverflowHook && (d > 32767.0 || d < -32768.0)) OverflowHook(v, UDF_T_SMALLINT);
         int64_t x;
-        if (!truncate64(d, &x)) {
-            SetConvertionError();
-            return kNullShort;
-        }
+        if (!truncate64(d, &x)) return kNullShort;
         return static_cast<int16_t>(static_cast<uint16_t>(x));
     }
     case UDF_T_DECIMAL: return wrap_short(v, decimal_int(v));
@@ -394,11 +387,7 @@ UDFKIT_API int64_t cvt_long64(SqlVar *v) {
     case UDF_T_DATETIME32: return load<int32_t>(v);
     case UDF_T_FLOAT: {
         int64_t x;
-        if (!truncate64(nudge(load<double>(v)), &x)) {
-            SetConvertionError();
-            return kNullLong;
-        }
-        return x;
+        return truncate64(nudge(load<double>(v)), &x) ? x : kNullLong;
     }
     case UDF_T_DECIMAL: {
         const Decimal d = load_decimal(v);
@@ -445,11 +434,7 @@ UDFKIT_API int64_t cvt_dtime(SqlVar *v) {
     case UDF_T_DATETIME32: return load<int32_t>(v);
     case UDF_T_FLOAT: {
         int64_t x;
-        if (!truncate64(load<double>(v), &x)) {
-            SetConvertionError();
-            return kNullLong;
-        }
-        return x;
+        return truncate64(load<double>(v), &x) ? x : kNullLong;
     }
     case UDF_T_DECIMAL: return decimal_int(v);
     case UDF_T_DATE: return date2GMT(load<int32_t>(v));

@@ -98,7 +98,10 @@ extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format
         }
         char buf[32];
         const int len = number_text(buf, v, width, pad);
-        if (len != width) return false;
+        // A field that does not come out at its width fails a writing call.
+        // A counting call counts what it would write: the whole of a field
+        // too large for its width, but a negative field fails it too.
+        if (len != width && (out || v < 0)) return false;
         return put(buf, static_cast<size_t>(len));
     };
     auto composite = [&](const char *sub) {
