@@ -82,6 +82,21 @@ inline u128 add100(u128 a, u128 b, unsigned cin, bool *carry) noexcept {
 
 }  // namespace
 
+// Adds 1 to digit `last` with the carry towards digit 0.  When the carry
+// runs out of the first digit (all were 99) the digits become 1, 0, 0, ...
+// and the function returns 1, for the caller to raise the exponent.
+inline int add_unit(uint8_t *d, int last) noexcept {
+    for (int i = last; i >= 0; --i) {
+        if (d[i] < 99) {
+            ++d[i];
+            return 0;
+        }
+        d[i] = 0;
+    }
+    d[0] = 1;
+    return 1;
+}
+
 int32_t dec_round(DecWork *w, int carry) noexcept {
     uint8_t *d = w->dec_digits;
     if (carry) {
@@ -102,21 +117,7 @@ int32_t dec_round(DecWork *w, int carry) noexcept {
             std::memset(d + n - z, 0, static_cast<size_t>(z));
         }
     }
-    if (d[kGuard] >= 50) {
-        int i = kDigits - 1;
-        for (; i >= 0; --i) {
-            const int v = d[i] + 1;
-            if (v < 100) {
-                d[i] = static_cast<uint8_t>(v);
-                break;
-            }
-            d[i] = 0;
-        }
-        if (i < 0) {  // the carry ran out of the first digit: 1, 0, 0, ...
-            d[0] = 1;
-            ++w->dec_exp;
-        }
-    }
+    if (d[kGuard] >= 50) w->dec_exp += add_unit(d, kDigits - 1);
     int n = std::clamp(w->dec_ndgts, 0, kDigits);
     while (n > 0 && d[n - 1] == 0) --n;
     w->dec_ndgts = n;
@@ -260,21 +261,8 @@ UDFKIT_API int32_t _stdecimal(const Decimal *dec, unsigned char *buf, int32_t le
     std::memcpy(w, dec->dec_digits, kDigits);
     // With len 1 (a caller error) the header alone is stored, unrounded.
     const int room = static_cast<int>(std::min<int32_t>(len - 1, kDigits));
-    if (n > len - 1 && len >= 2 && w[len - 1] >= 50) {  // round half up on the magnitude
-        int i = len - 2;
-        for (; i >= 0; --i) {
-            const int v = w[i] + 1;
-            if (v < 100) {
-                w[i] = static_cast<uint8_t>(v);
-                break;
-            }
-            w[i] = 0;
-        }
-        if (i < 0) {
-            w[0] = 1;
-            ++exp;
-        }
-    }
+    if (n > len - 1 && len >= 2 && w[len - 1] >= 50)  // round half up on the magnitude
+        exp += add_unit(w, static_cast<int>(len) - 2);
     int k = std::min(n, room);
 
     if (exp < kMinExp) {

@@ -20,10 +20,11 @@ std::optional<int32_t> decimal_size(const std::string &t) {
     if (t == "decimal") return 0;
     int p = 0, s = 0;
     char close = 0;
-    if (std::sscanf(t.c_str(), "decimal(%d,%d%c", &p, &s, &close) == 3 && close == ')' &&
-        p >= 1 && p <= 32 && s >= 0 && s <= p)
+    if (std::sscanf(t.c_str(), "decimal(%d,%d%c", &p, &s, &close) == 3 && close == ')' && p >= 1 &&
+        p <= 32 && s >= 0 && s <= p)
         return p * 256 + s;
-    if (std::sscanf(t.c_str(), "decimal(%d%c", &p, &close) == 2 && close == ')' && p >= 1 && p <= 32)
+    if (std::sscanf(t.c_str(), "decimal(%d%c", &p, &close) == 2 && close == ')' && p >= 1 &&
+        p <= 32)
         return p * 256;
     return std::nullopt;
 }
@@ -89,7 +90,8 @@ bool numberless_text(const CvtSource &src) {
     // The conversions read a blob's text up to its first NUL byte.
     const size_t n = static_cast<size_t>(src.vc.vc_len > 0 ? src.vc.vc_len : 0);
     const void *nul = n ? std::memchr(src.vc.vc_data, '\0', n) : nullptr;
-    const size_t len = nul ? static_cast<size_t>(static_cast<const char *>(nul) - src.vc.vc_data) : n;
+    const size_t len =
+        nul ? static_cast<size_t>(static_cast<const char *>(nul) - src.vc.vc_data) : n;
     return !mantissa_has_digit(src.vc.vc_data, len);
 }
 

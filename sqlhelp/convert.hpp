@@ -17,7 +17,18 @@
 
 namespace udfkit::sqlhelp {
 
-enum class CvtTarget { Char, Vchar, Blob, Float, Integer, Smallint, Longint, Date, Datetime, Decimal };
+enum class CvtTarget {
+    Char,
+    Vchar,
+    Blob,
+    Float,
+    Integer,
+    Smallint,
+    Longint,
+    Date,
+    Datetime,
+    Decimal
+};
 
 struct CvtSpec {
     CvtTarget target;
@@ -42,7 +53,7 @@ struct CvtSource {
 
     void set_integer(int64_t v, Mark mark);
     void set_real(double v);
-    void set_text(const char *nul_terminated);  // kept by the caller
+    void set_text(const char *nul_terminated);      // kept by the caller
     void set_bytes(const void *bytes, size_t len);  // kept by the caller
 };
 

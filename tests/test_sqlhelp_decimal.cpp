@@ -41,7 +41,7 @@ std::string read_packed(const std::vector<unsigned char> &b) {
 }
 
 TEST(SqlDecimal, ReadsTexts) {
-    const struct { const char *text, *want; } cases[] = {
+    const struct { std::string text; const char *want; } cases[] = {
         {"0.1", "0.1"},          {"1,234.50", "1234.5"},  {" -1.5e3", "-1500"},
         {".5", "0.5"},           {"-.5", "-0.5"},         {"12x", "12"},
         {"0", "0"},              {"-0", "0"},             {"1e200", "NaN"},
@@ -52,7 +52,7 @@ TEST(SqlDecimal, ReadsTexts) {
         {"e5", "NaN"},           {"-e5", "NaN"},          {" , ", "NaN"},
         {"99999999999999999999999999999999", "99999999999999999999999999999999"},
         {"99999999999999999999999999999999.5", "100000000000000000000000000000000"},
-        {std::string(1000, '9').c_str(), "NaN"},
+        {std::string(1000, '9'), "NaN"},
     };
     for (const auto &c : cases) EXPECT_EQ(read_text(c.text), c.want) << c.text;
 }

@@ -45,14 +45,17 @@ void set_result(sqlite3_context *ctx, const CvtResult &r) {
     const int n = static_cast<int>(r.bytes.size());
     switch (r.kind) {
     case CvtResult::Kind::Null: return sqlite3_result_null(ctx);
-    case CvtResult::Kind::Text: return sqlite3_result_text(ctx, r.bytes.data(), n, SQLITE_TRANSIENT);
-    case CvtResult::Kind::Bytes: return sqlite3_result_blob(ctx, r.bytes.data(), n, SQLITE_TRANSIENT);
+    case CvtResult::Kind::Text:
+        return sqlite3_result_text(ctx, r.bytes.data(), n, SQLITE_TRANSIENT);
+    case CvtResult::Kind::Bytes:
+        return sqlite3_result_blob(ctx, r.bytes.data(), n, SQLITE_TRANSIENT);
     case CvtResult::Kind::Real: return sqlite3_result_double(ctx, r.real);
     case CvtResult::Kind::Integer: return sqlite3_result_int64(ctx, r.integer);
     case CvtResult::Kind::Date:
     case CvtResult::Kind::Datetime:
         sqlite3_result_int64(ctx, r.integer);
-        sqlite3_result_subtype(ctx, r.kind == CvtResult::Kind::Date ? kDateSubtype : kDateTimeSubtype);
+        sqlite3_result_subtype(ctx,
+                               r.kind == CvtResult::Kind::Date ? kDateSubtype : kDateTimeSubtype);
         return;
     }
 }
@@ -60,7 +63,8 @@ void set_result(sqlite3_context *ctx, const CvtResult &r) {
 void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
     guarded(ctx, [&] {
         const unsigned char *name = sqlite3_value_text(argv[1]);
-        const auto spec = udfkit::sqlhelp::parse_cvt_target(name ? reinterpret_cast<const char *>(name) : "");
+        const auto spec =
+            udfkit::sqlhelp::parse_cvt_target(name ? reinterpret_cast<const char *>(name) : "");
         CvtSource src;
         if (!load_source(argv[0], src)) return sqlite3_result_null(ctx);
         if (!spec) return sqlite3_result_error(ctx, "cvt: unknown target type", -1);
@@ -76,8 +80,8 @@ int register_convert(sqlite3 *db) {
     int rc = sqlite3_create_function(db, "cvt", 2, SQLITE_UTF8 | result_subtype_flag(), nullptr,
                                      cvt_sql, nullptr, nullptr);
     if (rc == SQLITE_OK)
-        rc = sqlite3_create_function(db, "cvterror", 0, SQLITE_UTF8, nullptr, cvterror_sql,
-                                     nullptr, nullptr);
+        rc = sqlite3_create_function(db, "cvterror", 0, SQLITE_UTF8, nullptr, cvterror_sql, nullptr,
+                                     nullptr);
     return rc;
 }
 const NativeBlock kNatives(register_convert);

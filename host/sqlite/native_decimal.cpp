@@ -131,7 +131,8 @@ void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     guarded(ctx, [&] {
         int len = kDecDefaultPackLen;
         Decimal d;
-        if (argc > 1 && !int_arg(ctx, argv[1], "dec_pack: length", kDecMinPackLen, kDecMaxPackLen, &len))
+        if (argc > 1 &&
+            !int_arg(ctx, argv[1], "dec_pack: length", kDecMinPackLen, kDecMaxPackLen, &len))
             return;
         if (!read_args(ctx, 1, argv, &d)) return;
         const auto packed = dec_pack(d, len);
@@ -191,14 +192,14 @@ int register_decimal(sqlite3 *db) {
         int nargs;
         Scalar fn;
     } defs[] = {
-        {"dec_add", -1, fn_add},       {"dec_sub", 2, fn_sub},   {"dec_cmp", 2, fn_cmp},
-        {"dec_round", 3, fn_round},    {"dec_format", 3, fn_format},
-        {"dec_pack", 1, fn_pack},      {"dec_pack", 2, fn_pack}, {"dec_unpack", 1, fn_unpack},
+        {"dec_add", -1, fn_add},    {"dec_sub", 2, fn_sub},       {"dec_cmp", 2, fn_cmp},
+        {"dec_round", 3, fn_round}, {"dec_format", 3, fn_format}, {"dec_pack", 1, fn_pack},
+        {"dec_pack", 2, fn_pack},   {"dec_unpack", 1, fn_unpack},
     };
     const int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
     for (const auto &d : defs) {
-        const int rc = sqlite3_create_function(db, d.name, d.nargs, flags, nullptr, d.fn, nullptr,
-                                               nullptr);
+        const int rc =
+            sqlite3_create_function(db, d.name, d.nargs, flags, nullptr, d.fn, nullptr, nullptr);
         if (rc != SQLITE_OK) return rc;
     }
     return sqlite3_create_function(db, "dec_sum", 1, flags, nullptr, nullptr, sum_step, sum_final);
