@@ -102,7 +102,7 @@ bool numeric(CvtTarget t) {
 
 }  // namespace
 
-std::optional<CvtSpec> parse_cvt_target(std::string_view name) {
+std::optional<CvtType> parse_cvt_target(std::string_view name) {
     std::string t;
     for (char c : name)
         if (c != ' ') t += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -117,8 +117,8 @@ std::optional<CvtSpec> parse_cvt_target(std::string_view name) {
         {"date", CvtTarget::Date},         {"datetime", CvtTarget::Datetime},
     };
     for (const auto &n : kNames)
-        if (t == n.name) return CvtSpec{n.target, 0};
-    if (auto size = decimal_size(t)) return CvtSpec{CvtTarget::Decimal, *size};
+        if (t == n.name) return CvtType{n.target, 0};
+    if (auto size = decimal_size(t)) return CvtType{CvtTarget::Decimal, *size};
     return std::nullopt;
 }
 
@@ -146,10 +146,10 @@ void CvtSource::set_bytes(const void *bytes, size_t len) {
     var = {UDF_T_BLOB, 0, &vc};
 }
 
-CvtResult convert(CvtSource &src, const CvtSpec &spec) {
+CvtResult convert(CvtSource &src, const CvtType &type) {
     SqlVar *v = &src.var;
-    if (numeric(spec.target) && numberless_text(src)) return {};
-    switch (spec.target) {
+    if (numeric(type.target) && numberless_text(src)) return {};
+    switch (type.target) {
     case CvtTarget::Char: {
         const char *t = cvt_char(v);
         return text_result(t, std::strlen(t));
@@ -182,7 +182,7 @@ CvtResult convert(CvtSource &src, const CvtSpec &spec) {
         const int64_t x = cvt_dtime(v);
         return int_result(x, x == nulls::kLong, Kind::Datetime);
     }
-    case CvtTarget::Decimal: return decimal_result(src, spec.decimal_size);
+    case CvtTarget::Decimal: return decimal_result(src, type.decimal_size);
     }
     return {};
 }

@@ -30,7 +30,7 @@ enum class CvtTarget {
     Decimal
 };
 
-struct CvtSpec {
+struct CvtType {
     CvtTarget target;
     int32_t decimal_size = 0;  // Decimal: precision * 256 + scale, 0 for plain 'decimal'
 };
@@ -38,7 +38,7 @@ struct CvtSpec {
 // 'char', 'vchar', 'blob', 'float', 'integer' (or 'int'), 'smallint',
 // 'longint', 'date', 'datetime', 'decimal', 'decimal(p)', 'decimal(p,s)'
 // with 1 <= p <= 32 and 0 <= s <= p, in any case and with any blanks.
-std::optional<CvtSpec> parse_cvt_target(std::string_view name);
+std::optional<CvtType> parse_cvt_target(std::string_view name);
 
 // A source value and the storage its SqlVar points at.  An integer is an
 // integer within 32 bits and a longint beyond, unless it is marked as a
@@ -66,6 +66,6 @@ struct CvtResult {
 };
 
 // The source converted as the engine converts it.
-CvtResult convert(CvtSource &src, const CvtSpec &spec);
+CvtResult convert(CvtSource &src, const CvtType &type);
 
 }  // namespace udfkit::sqlhelp

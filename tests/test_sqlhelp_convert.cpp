@@ -31,9 +31,9 @@ std::string render(const CvtResult &r) {
 }
 
 std::string run(CvtSource &src, const char *target) {
-    const auto spec = parse_cvt_target(target);
-    if (!spec) return "unknown target";
-    return render(convert(src, *spec));
+    const auto type = parse_cvt_target(target);
+    if (!type) return "unknown target";
+    return render(convert(src, *type));
 }
 
 std::string text(const std::string &t, const char *target) {
@@ -78,10 +78,10 @@ TEST_F(SqlConvert, TargetNames) {
         {"", false, 0},
     };
     for (const auto &c : cases) {
-        const auto spec = parse_cvt_target(c.name);
-        EXPECT_EQ(spec.has_value(), c.ok) << c.name;
-        if (spec) {
-            EXPECT_EQ(spec->decimal_size, c.size) << c.name;
+        const auto type = parse_cvt_target(c.name);
+        EXPECT_EQ(type.has_value(), c.ok) << c.name;
+        if (type) {
+            EXPECT_EQ(type->decimal_size, c.size) << c.name;
         }
     }
 }

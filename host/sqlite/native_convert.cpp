@@ -63,12 +63,12 @@ void set_result(sqlite3_context *ctx, const CvtResult &r) {
 void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
     guarded(ctx, [&] {
         const unsigned char *name = sqlite3_value_text(argv[1]);
-        const auto spec =
+        const auto type =
             udfkit::sqlhelp::parse_cvt_target(name ? reinterpret_cast<const char *>(name) : "");
         CvtSource src;
         if (!load_source(argv[0], src)) return sqlite3_result_null(ctx);
-        if (!spec) return sqlite3_result_error(ctx, "cvt: unknown target type", -1);
-        set_result(ctx, udfkit::sqlhelp::convert(src, *spec));
+        if (!type) return sqlite3_result_error(ctx, "cvt: unknown target type", -1);
+        set_result(ctx, udfkit::sqlhelp::convert(src, *type));
     });
 }
 
