@@ -45,6 +45,79 @@ bool time_field(const char *begin, const char *end, long *value) {
     return true;
 }
 
+// The digits of the date word [text, end): their count (0 when there is
+// none), or -1 for a letter or more than 8 digits.
+int date_digits(const char *text, const char *end, int (&digits)[8]) {
+    int count = 0;
+    for (const char *q = text; q < end; ++q) {
+        const unsigned char c = static_cast<unsigned char>(*q);
+        if (c >= '0' && c <= '9') {
+            if (count == 8) return -1;
+            digits[count++] = c - '0';
+        } else if (std::isalpha(c)) {
+            return -1;
+        }
+    }
+    return count;
+}
+
+// The day, month and year of 6 or 8 digits in the order of DbDateTime (a
+// two-digit year takes its century from the settings) into tm; false for a
+// date that does not exist or is out of the calendar.
+bool read_date(const int (&digits)[8], int count, struct tm *tm) {
+    if (count != 6 && count != 8) return false;
+    int day = 0, month = 0, year = 0, at = 0;
+    // A setting naming the same letter twice would ask for more digits
+    // than the text has: such a text is refused before reading past them.
+    bool short_of_digits = false;
+    auto take = [&](int n) {
+        if (at + n > count) {
+            short_of_digits = true;
+            return 0;
+        }
+        int v = 0;
+        for (int j = 0; j < n; ++j) v = v * 10 + digits[at++];
+        return v;
+    };
+    for (size_t i = 0; i < 3; ++i) {
+        switch (setting_at(DbDateTime, i)) {
+        case 'D': day = take(2); break;
+        case 'M': month = take(2); break;
+        case 'Y':
+            if (count == 8) {
+                year = take(4);
+            } else {
+                year = take(2);
+                year += year <= 50 ? Siecle : SieclePrecedent;
+            }
+            break;
+        default: break;
+        }
+    }
+    if (short_of_digits) return false;
+    if (year < 1810 || year > 2405 || month < 1 || month > 12) return false;
+    const int32_t *lengths = DaysOfYear[year - 1810] ? maxjoursBissext : maxjours;
+    if (day > lengths[month - 1]) return false;
+    tm->tm_year = year - 1900;
+    tm->tm_mon = month - 1;
+    tm->tm_mday = day;
+    return true;
+}
+
+// Up to three time fields "hh:mm:ss" (missing ones are 0); false for a
+// field too long or out of its range.
+bool read_time(const char *p, long (&field)[3]) {
+    for (int i = 0; i < 3 && *p; ++i) {
+        const char *end = p;
+        while (*end && *end != ':') ++end;
+        if (!time_field(p, end, &field[i])) return false;
+        p = end;
+        while (*p == ':') ++p;
+    }
+    return field[0] >= 0 && field[0] <= 23 && field[1] >= 0 && field[1] <= 59 && field[2] >= 0 &&
+           field[2] <= 59;
+}
+
 }  // namespace
 
 extern "C" {
@@ -53,75 +126,17 @@ UDFKIT_API DateTime Char2GMT(const char *text) {
     if (!text) return UDFKIT_NULL_DATETIME;
     const char *p = text;
     while (*p && !is_blank(*p)) ++p;
-    const char *word_end = p;
-    if (word_end == text) return UDFKIT_NULL_DATETIME;
-    if (static_cast<size_t>(word_end - text) >= kWorkArea) return fail();
+    if (p == text) return UDFKIT_NULL_DATETIME;
+    if (static_cast<size_t>(p - text) >= kWorkArea) return fail();
 
     int digits[8];
-    int count = 0;
-    for (const char *q = text; q < word_end; ++q) {
-        const unsigned char c = static_cast<unsigned char>(*q);
-        if (c >= '0' && c <= '9') {
-            if (count == 8) return fail();
-            digits[count++] = c - '0';
-        } else if (std::isalpha(c)) {
-            return fail();
-        }
-    }
+    const int count = date_digits(text, p, digits);
     if (count == 0) return UDFKIT_NULL_DATETIME;
-    if (count != 6 && count != 8) return fail();
-
-    int day = 0, month = 0, year = 0;
-    int at = 0;
-    // A setting naming the same letter twice would ask for more digits
-    // than the text has: such a text is refused before reading past them.
-    bool short_of_digits = false;
-    for (size_t i = 0; i < 3; ++i) {
-        auto take = [&](int n) {
-            if (at + n > count) {
-                short_of_digits = true;
-                return 0;
-            }
-            int v = 0;
-            for (int j = 0; j < n; ++j) v = v * 10 + digits[at++];
-            return v;
-        };
-        switch (setting_at(DbDateTime, i)) {
-        case 'D': day = take(2); break;
-        case 'M': month = take(2); break;
-        case 'Y':
-            if (count == 6) {
-                year = take(2);
-                year += year <= 50 ? Siecle : SieclePrecedent;
-            } else {
-                year = take(4);
-            }
-            break;
-        default: break;
-        }
-    }
-    if (short_of_digits) return fail();
-    if (year < 1810 || year > 2405 || month < 1 || month > 12) return fail();
-    const int32_t *lengths = DaysOfYear[year - 1810] ? maxjoursBissext : maxjours;
-    if (day > lengths[month - 1]) return fail();
-
-    while (is_blank(*p)) ++p;
-    long field[3] = {0, 0, 0};
-    for (int i = 0; i < 3 && *p; ++i) {
-        const char *end = p;
-        while (*end && *end != ':') ++end;
-        if (!time_field(p, end, &field[i])) return fail();
-        p = end;
-        while (*p == ':') ++p;
-    }
-    if (field[0] < 0 || field[0] > 23 || field[1] < 0 || field[1] > 59 || field[2] < 0 ||
-        field[2] > 59)
-        return fail();
-
     struct tm tm {};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
+    long field[3] = {0, 0, 0};
+    if (count < 0 || !read_date(digits, count, &tm)) return fail();
+    while (is_blank(*p)) ++p;
+    if (!read_time(p, field)) return fail();
     tm.tm_hour = static_cast<int>(field[0]);
     tm.tm_min = static_cast<int>(field[1]);
     tm.tm_sec = static_cast<int>(field[2]);

@@ -82,6 +82,21 @@ inline u128 add100(u128 a, u128 b, unsigned cin, bool *carry) noexcept {
 
 }  // namespace
 
+// Adds 1 to digit `last` with the carry towards digit 0.  When the carry
+// runs out of the first digit (all were 99) the digits become 1, 0, 0, ...
+// and the function returns 1, for the caller to raise the exponent.
+inline int add_unit(uint8_t *d, int last) noexcept {
+    for (int i = last; i >= 0; --i) {
+        if (d[i] < 99) {
+            ++d[i];
+            return 0;
+        }
+        d[i] = 0;
+    }
+    d[0] = 1;
+    return 1;
+}
+
 int32_t dec_round(DecWork *w, int carry) noexcept {
     uint8_t *d = w->dec_digits;
     if (carry) {
@@ -102,21 +117,7 @@ int32_t dec_round(DecWork *w, int carry) noexcept {
             std::memset(d + n - z, 0, static_cast<size_t>(z));
         }
     }
-    if (d[kGuard] >= 50) {
-        int i = kDigits - 1;
-        for (; i >= 0; --i) {
-            const int v = d[i] + 1;
-            if (v < 100) {
-                d[i] = static_cast<uint8_t>(v);
-                break;
-            }
-            d[i] = 0;
-        }
-        if (i < 0) {  // the carry ran out of the first digit: 1, 0, 0, ...
-            d[0] = 1;
-            ++w->dec_exp;
-        }
-    }
+    if (d[kGuard] >= 50) w->dec_exp += add_unit(d, kDigits - 1);
     int n = std::clamp(w->dec_ndgts, 0, kDigits);
     while (n > 0 && d[n - 1] == 0) --n;
     w->dec_ndgts = n;
@@ -140,19 +141,81 @@ int32_t dec_round(DecWork *w, int carry) noexcept {
 // added as its 16 digit bytes say (a defined result, never a read outside
 // the record).
 namespace {
+// A sum in the work words: 16 digits, the guard digit, the header.
+struct WordSum {
+    u128 w;
+    unsigned guard;
+    int exp, pos;
+};
+
+// Whether a is the operand of larger magnitude (a zero is never larger than
+// a non-zero value; equal magnitudes pick a).
+[[gnu::always_inline]] inline bool a_is_larger(const Decimal *a, const Decimal *b, u128 wa,
+                                               u128 wb, int na, int nb) noexcept {
+    if (na == 0) return nb == 0;
+    if (nb == 0) return true;
+    return a->dec_exp != b->dec_exp ? a->dec_exp > b->dec_exp : wa >= wb;
+}
+
+// Normal form after the sum: a carry out of the first digit shifts in a
+// new first digit 1 (digit 15 becomes the guard); leading zero digits left
+// by a difference are shifted out, the guard following the digits.
+[[gnu::always_inline]] inline void normalise(WordSum &r, bool carry) noexcept {
+    if (carry) {
+        r.guard = static_cast<unsigned>(r.w) & 0xff;
+        r.w = (r.w >> 8) | (u128{1} << 120);
+        ++r.exp;
+    } else if (r.w >> 120 == 0) {
+        if (r.w == 0) {
+            if (r.guard == 0) {
+                r.exp = 0;
+                r.pos = 1;
+            } else {
+                r.w = u128{r.guard} << 120;
+                r.guard = 0;
+                r.exp -= kDigits;
+            }
+        } else {
+            const int z = clz128(r.w) / 8;
+            r.w = (r.w << (8 * z)) | (u128{r.guard} << (8 * (z - 1)));
+            r.guard = 0;
+            r.exp -= z;
+        }
+    }
+}
+
+// The guard rounded half up into the digits, the range checked, the
+// record written.
+[[gnu::always_inline]] inline int32_t finish(WordSum r, Decimal *result) noexcept {
+    if (r.guard >= 50) {
+        bool up = false;
+        r.w = add100(r.w, 1, 0, &up);
+        if (up) {
+            r.w = u128{1} << 120;
+            ++r.exp;
+        }
+    }
+    int32_t rc = DEC_OK;
+    if (r.exp > kMaxExp) {
+        r.exp = kMaxExp;
+        rc = DEC_EOVERFLOW;
+    } else if (r.exp < kMinExp) {
+        r.exp = kMinExp;
+        rc = DEC_EUNDERFLOW;
+    }
+    result->dec_exp = static_cast<int16_t>(r.exp);
+    result->dec_pos = static_cast<int16_t>(r.pos);
+    result->dec_ndgts = static_cast<int16_t>(r.w == 0 ? 0 : kDigits - ctz128(r.w) / 8);
+    store_word(r.w, result->dec_digits);
+    return rc;
+}
+
 // na, nb: the operands' digit counts, already brought into 0 .. 16.
 [[gnu::always_inline]] inline int32_t add_words(const Decimal *a, const Decimal *b, Decimal *result,
                                                 int na, int nb) noexcept {
     const u128 wa = load_word(a->dec_digits);
     const u128 wb = load_word(b->dec_digits);
-
-    bool a_large;
-    if (na == 0)
-        a_large = nb == 0;
-    else if (nb == 0)
-        a_large = true;
-    else
-        a_large = a->dec_exp != b->dec_exp ? a->dec_exp > b->dec_exp : wa >= wb;
+    const bool a_large = a_is_larger(a, b, wa, wb, na, nb);
     const Decimal *L = a_large ? a : b;
     const Decimal *S = a_large ? b : a;
     const u128 wl = a_large ? wa : wb, ws = a_large ? wb : wa;
@@ -171,55 +234,14 @@ namespace {
     // A difference is the sum with the base-100 complement of S (99 - d in
     // every digit, plus one unit in the guard), whose carry out is dropped.
     const bool same = L->dec_pos == S->dec_pos;
-    int exp = L->dec_exp;
-    int pos = L->dec_pos;
     bool out = false;
-    u128 w = add100(wl, same ? s : kLaneNines - s, !same && sg == 0, &out);
-    unsigned guard = same || sg == 0 ? sg : 100 - sg;
-    const bool carry = same && out;
-
-    if (carry) {  // a new first digit 1; digit 15 becomes the guard
-        guard = static_cast<unsigned>(w) & 0xff;
-        w = (w >> 8) | (u128{1} << 120);
-        ++exp;
-    } else if (w >> 120 == 0) {  // leading zero digits, left by a difference
-        if (w == 0) {
-            if (guard == 0) {
-                exp = 0;
-                pos = 1;
-            } else {
-                w = u128{guard} << 120;
-                guard = 0;
-                exp -= kDigits;
-            }
-        } else {
-            const int z = clz128(w) / 8;
-            w = (w << (8 * z)) | (u128{guard} << (8 * (z - 1)));
-            guard = 0;
-            exp -= z;
-        }
-    }
-    if (guard >= 50) {
-        bool up = false;
-        w = add100(w, 1, 0, &up);
-        if (up) {
-            w = u128{1} << 120;
-            ++exp;
-        }
-    }
-    int32_t rc = DEC_OK;
-    if (exp > kMaxExp) {
-        exp = kMaxExp;
-        rc = DEC_EOVERFLOW;
-    } else if (exp < kMinExp) {
-        exp = kMinExp;
-        rc = DEC_EUNDERFLOW;
-    }
-    result->dec_exp = static_cast<int16_t>(exp);
-    result->dec_pos = static_cast<int16_t>(pos);
-    result->dec_ndgts = static_cast<int16_t>(w == 0 ? 0 : kDigits - ctz128(w) / 8);
-    store_word(w, result->dec_digits);
-    return rc;
+    WordSum r;
+    r.w = add100(wl, same ? s : kLaneNines - s, !same && sg == 0, &out);
+    r.guard = same || sg == 0 ? sg : 100 - sg;
+    r.exp = L->dec_exp;
+    r.pos = L->dec_pos;
+    normalise(r, same && out);
+    return finish(r, result);
 }
 }  // namespace
 
@@ -260,21 +282,8 @@ UDFKIT_API int32_t _stdecimal(const Decimal *dec, unsigned char *buf, int32_t le
     std::memcpy(w, dec->dec_digits, kDigits);
     // With len 1 (a caller error) the header alone is stored, unrounded.
     const int room = static_cast<int>(std::min<int32_t>(len - 1, kDigits));
-    if (n > len - 1 && len >= 2 && w[len - 1] >= 50) {  // round half up on the magnitude
-        int i = len - 2;
-        for (; i >= 0; --i) {
-            const int v = w[i] + 1;
-            if (v < 100) {
-                w[i] = static_cast<uint8_t>(v);
-                break;
-            }
-            w[i] = 0;
-        }
-        if (i < 0) {
-            w[0] = 1;
-            ++exp;
-        }
-    }
+    if (n > len - 1 && len >= 2 && w[len - 1] >= 50)  // round half up on the magnitude
+        exp += add_unit(w, static_cast<int>(len) - 2);
     int k = std::min(n, room);
 
     if (exp < kMinExp) {

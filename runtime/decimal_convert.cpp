@@ -59,6 +59,26 @@ inline int dbl_slot(double d) {
     return static_cast<int>(bits & (kDblSlots - 1));
 }
 
+// The record of 16 decimal digits s (value 0.s0 s1 ... x 10^decpt): an odd
+// decpt puts s0 alone in the first base-100 digit.  The exponent goes to
+// *exp unclamped.
+Decimal from_ecvt(const char *s, int decpt, int sign, int *exp) {
+    Decimal r{};
+    r.dec_pos = sign ? 0 : 1;
+    *exp = decpt >= 1 ? (decpt + 1) / 2 : decpt / 2;
+    auto dg = [&](int i) { return s[i] - '0'; };
+    const int odd = decpt % 2 != 0 ? 1 : 0;
+    if (odd) r.dec_digits[0] = static_cast<uint8_t>(dg(0));
+    for (int j = odd; j < 8; ++j)  // pairs of digits, after s0 when it stands alone
+        r.dec_digits[j] = static_cast<uint8_t>(dg(2 * j - odd) * 10 + dg(2 * j - odd + 1));
+    if (odd) r.dec_digits[8] = static_cast<uint8_t>(dg(15) * 10);
+    int n = 8 + odd;
+    while (n > 0 && r.dec_digits[n - 1] == 0) --n;
+    if (n == 0) *exp = 0;
+    r.dec_ndgts = static_cast<int16_t>(n);
+    return r;
+}
+
 }  // namespace
 
 extern "C" {
@@ -131,26 +151,8 @@ UDFKIT_API int32_t _deccvdbl(Decimal *out, double d) {
         return DEC_EOVERFLOW;
     }
     for (int i = static_cast<int>(std::strlen(s)); i < 16; ++i) s[i] = '0';
-
-    Decimal r{};
-    r.dec_pos = sign ? 0 : 1;
-    int exp = decpt >= 1 ? (decpt + 1) / 2 : decpt / 2;
-    int n;
-    auto dg = [&](int i) { return s[i] - '0'; };
-    if (decpt % 2 != 0) {
-        r.dec_digits[0] = static_cast<uint8_t>(dg(0));
-        for (int j = 1; j <= 7; ++j)
-            r.dec_digits[j] = static_cast<uint8_t>(dg(2 * j - 1) * 10 + dg(2 * j));
-        r.dec_digits[8] = static_cast<uint8_t>(dg(15) * 10);
-        n = 9;
-    } else {
-        for (int j = 0; j < 8; ++j)
-            r.dec_digits[j] = static_cast<uint8_t>(dg(2 * j) * 10 + dg(2 * j + 1));
-        n = 8;
-    }
-    while (n > 0 && r.dec_digits[n - 1] == 0) --n;
-    if (n == 0) exp = 0;
-    r.dec_ndgts = static_cast<int16_t>(n);
+    int exp;
+    Decimal r = from_ecvt(s, decpt, sign, &exp);
     // |d| >= 1e-16 keeps the exponent above -8, so only overflow is possible:
     // reported as the arithmetic does, exponent clamped to 63, not cached.
     if (exp > DEC_MAXEXP) {

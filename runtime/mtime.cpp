@@ -71,22 +71,21 @@ const char *table_entry(int base, int count, int index) {
     return index >= 0 && index < count ? __time_C[base + index] : "";
 }
 
-}  // namespace
-
-extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format,
-                                       const struct tm *t) {
-    if (!format || !t) return 0;
-    // No room even for the terminator: nothing can be written.
-    if (max == 0) return 0;
+// The text being produced: n characters so far, in out (or only counted
+// when out is null), never reaching max.
+struct Writer {
+    char *out;
+    size_t max;
     size_t n = 0;
 
-    auto put = [&](const char *s, size_t len) -> bool {
+    bool put(const char *s, size_t len) {
         if (n + len >= max) return false;
         if (out) std::memcpy(out + n, s, len);
         n += len;
         return true;
-    };
-    auto put_num = [&](long long v, int width, Pad pad) -> bool {
+    }
+
+    bool put_num(long long v, int width, Pad pad) {
         if (pad != Pad::Blank && v >= 0 && (width == 2 ? v < 100 : width == 4 && v < 10000)) {
             if (n + static_cast<size_t>(width) >= max) return false;
             if (out) {
@@ -98,87 +97,106 @@ extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format
         }
         char buf[32];
         const int len = number_text(buf, v, width, pad);
-        if (len != width) return false;
+        // A field that does not come out at its width fails a writing call.
+        // A counting call counts what it would write: the whole of a field
+        // too large for its width, but a negative field fails it too.
+        if (len != width && (out || v < 0)) return false;
         return put(buf, static_cast<size_t>(len));
-    };
-    auto composite = [&](const char *sub) {
+    }
+
+    // A composite conversion formats its sub-format on the rest of the
+    // area; when that fails it contributes nothing.
+    void composite(const char *sub, const struct tm *t) {
         const int32_t r = StrFTime(out ? out + n : nullptr, max - n, sub, t);
         if (r > 0) n += static_cast<size_t>(r);
-    };
+    }
+};
 
+// The name a conversion writes, or null for the other conversions.
+const char *conversion_name(char c, const struct tm *t) {
+    switch (c) {
+    case 'a': return table_entry(0, 7, t->tm_wday);
+    case 'A': return table_entry(7, 7, t->tm_wday);
+    case 'b':
+    case 'h': return table_entry(14, 12, t->tm_mon);
+    case 'B': return table_entry(26, 12, t->tm_mon);
+    // An hour outside 0 ... 23 counts as morning below 12.
+    case 'p': return __time_C[t->tm_hour < 12 ? 38 : 39];
+    case 'Z': {
+        if (t->tm_isdst < 0) return "";
+        const char *z = tzname[t->tm_isdst > 0 ? 1 : 0];
+        return z ? z : "";
+    }
+    default: return nullptr;
+    }
+}
+
+// One conversion other than a name; false when the call fails.  An
+// unknown conversion produces nothing.
+bool conversion(Writer &w, char c, const struct tm *t) {
     const long long year = static_cast<long long>(t->tm_year) + 1900;
     const int h12 = t->tm_hour > 12 ? t->tm_hour - 12 : t->tm_hour == 0 ? 12 : t->tm_hour;
+    switch (c) {
+    case 'c': w.composite(__time_C[40], t); return true;
+    case 'C': return w.put_num(year / 100, 2, Pad::Zero);
+    case 'd': return w.put_num(t->tm_mday, 2, Pad::Zero);
+    case 'D': w.composite("%m/%d/%y", t); return true;
+    case 'e': return w.put_num(t->tm_mday, 2, Pad::Blank);
+    case 'H': return w.put_num(t->tm_hour, 2, Pad::Zero);
+    case 'I': return w.put_num(h12, 2, Pad::Zero);
+    case 'j': return w.put_num(static_cast<long long>(t->tm_yday) + 1, 3, Pad::Zero);
+    case 'k': return w.put_num(t->tm_hour, 2, Pad::Blank);
+    case 'l': return w.put_num(h12, 2, Pad::Blank);
+    case 'm': return w.put_num(static_cast<long long>(t->tm_mon) + 1, 2, Pad::Zero);
+    case 'M': return w.put_num(t->tm_min, 2, Pad::Zero);
+    case 'n': return w.put("\n", 1);
+    case 'r': w.composite("%I:%M:%S %p", t); return true;
+    case 'R': w.composite("%H:%M", t); return true;
+    case 'S': return w.put_num(t->tm_sec, 2, Pad::Zero);
+    case 't': return w.put("\t", 1);
+    case 'T': w.composite("%H:%M:%S", t); return true;
+    case 'U': return w.put_num(week_of_year(t->tm_wday, t->tm_yday), 2, Pad::Unsigned);
+    case 'w': return w.put_num(t->tm_wday, 2, Pad::Zero);
+    case 'W':
+        return w.put_num(week_of_year(t->tm_wday == 0 ? 6 : t->tm_wday - 1LL, t->tm_yday), 2,
+                         Pad::Unsigned);
+    case 'x': w.composite(__time_C[41], t); return true;
+    case 'X': w.composite(__time_C[42], t); return true;
+    case 'y': return w.put_num(year % 100, 2, Pad::Zero);
+    case 'Y': return w.put_num(year, 4, Pad::Zero);
+    case '%': return w.put("%", 1);
+    default: return true;
+    }
+}
 
+// Bytes copied as they stand from p: a multibyte character of the current
+// locale whole, else one byte.
+size_t literal_length(const char *p) {
+    if (!(static_cast<unsigned char>(*p) & 0x80)) return 1;
+    const int l = std::mblen(p, strnlen(p, MB_CUR_MAX));
+    return l > 0 ? static_cast<size_t>(l) : 1;
+}
+
+}  // namespace
+
+extern "C" UDFKIT_API int32_t StrFTime(char *out, size_t max, const char *format,
+                                       const struct tm *t) {
+    // No room even for the terminator: nothing can be written.
+    if (!format || !t || max == 0) return 0;
+    Writer w{out, max};
     for (const char *p = format; *p;) {
-        const unsigned char c = static_cast<unsigned char>(*p);
-        if (c & 0x80) {
-            const size_t avail = strnlen(p, MB_CUR_MAX);
-            const int l = std::mblen(p, avail);
-            const size_t take = l > 0 ? static_cast<size_t>(l) : 1;
-            if (!put(p, take)) return 0;
+        if (*p != '%') {
+            const size_t take = literal_length(p);
+            if (!w.put(p, take)) return 0;
             p += take;
             continue;
         }
-        if (c != '%') {
-            if (n + 1 >= max) return 0;
-            if (out) out[n] = static_cast<char>(c);
-            ++n;
-            ++p;
-            continue;
-        }
-        const char conv = p[1];
-        if (!conv) break;
+        const char c = p[1];
+        if (!c) break;  // a '%' that ends the format
         p += 2;
-        bool ok = true;
-        const char *name = nullptr;
-        switch (conv) {
-        case 'a': name = table_entry(0, 7, t->tm_wday); break;
-        case 'A': name = table_entry(7, 7, t->tm_wday); break;
-        case 'b':
-        case 'h': name = table_entry(14, 12, t->tm_mon); break;
-        case 'B': name = table_entry(26, 12, t->tm_mon); break;
-        case 'c': composite(__time_C[40]); break;
-        case 'C': ok = put_num(year / 100, 2, Pad::Zero); break;
-        case 'd': ok = put_num(t->tm_mday, 2, Pad::Zero); break;
-        case 'D': composite("%m/%d/%y"); break;
-        case 'e': ok = put_num(t->tm_mday, 2, Pad::Blank); break;
-        case 'H': ok = put_num(t->tm_hour, 2, Pad::Zero); break;
-        case 'I': ok = put_num(h12, 2, Pad::Zero); break;
-        case 'j': ok = put_num(static_cast<long long>(t->tm_yday) + 1, 3, Pad::Zero); break;
-        case 'k': ok = put_num(t->tm_hour, 2, Pad::Blank); break;
-        case 'l': ok = put_num(h12, 2, Pad::Blank); break;
-        case 'm': ok = put_num(static_cast<long long>(t->tm_mon) + 1, 2, Pad::Zero); break;
-        case 'M': ok = put_num(t->tm_min, 2, Pad::Zero); break;
-        case 'n': ok = put("\n", 1); break;
-        // An hour outside 0 ... 23 counts as morning below 12.
-        case 'p': name = __time_C[t->tm_hour < 12 ? 38 : 39]; break;
-        case 'r': composite("%I:%M:%S %p"); break;
-        case 'R': composite("%H:%M"); break;
-        case 'S': ok = put_num(t->tm_sec, 2, Pad::Zero); break;
-        case 't': ok = put("\t", 1); break;
-        case 'T': composite("%H:%M:%S"); break;
-        case 'U': ok = put_num(week_of_year(t->tm_wday, t->tm_yday), 2, Pad::Unsigned); break;
-        case 'w': ok = put_num(t->tm_wday, 2, Pad::Zero); break;
-        case 'W':
-            ok = put_num(week_of_year(t->tm_wday == 0 ? 6 : t->tm_wday - 1LL, t->tm_yday), 2,
-                         Pad::Unsigned);
-            break;
-        case 'x': composite(__time_C[41]); break;
-        case 'X': composite(__time_C[42]); break;
-        case 'y': ok = put_num(year % 100, 2, Pad::Zero); break;
-        case 'Y': ok = put_num(year, 4, Pad::Zero); break;
-        case 'Z':
-            if (t->tm_isdst >= 0) {
-                const char *z = tzname[t->tm_isdst > 0 ? 1 : 0];
-                name = z ? z : "";
-            }
-            break;
-        case '%': ok = put("%", 1); break;
-        default: break;  // an unknown conversion produces nothing
-        }
-        if (name) ok = put(name, std::strlen(name));
-        if (!ok) return 0;
+        const char *name = conversion_name(c, t);
+        if (!(name ? w.put(name, std::strlen(name)) : conversion(w, c, t))) return 0;
     }
-    if (out) out[n] = '\0';
-    return static_cast<int32_t>(n);
+    if (out) out[w.n] = '\0';
+    return static_cast<int32_t>(w.n);
 }

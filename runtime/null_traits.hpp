@@ -13,6 +13,7 @@ constexpr int16_t kSmallint = INT16_MIN;
 constexpr int32_t kInteger = INT32_MIN;  // integer, serial, date, 32-bit datetime
 constexpr int64_t kLong = INT64_MIN;     // longint, timestamp, 64-bit datetime
 constexpr uint64_t kFloatBits = ~0ull;   // all 64 bits set
+constexpr int16_t kDecimalPos = -1;      // dec_pos of a null decimal
 
 inline double float_null() noexcept {
     double d;

@@ -79,6 +79,162 @@ bool fill_target(char c) {
     return c == ' ' || c == '#' || c == '%' || c == '&' || c == ',' || c == '<';
 }
 
+// One layout: the mask, the result of its width, and the number's sign.
+struct Layout {
+    const char *mask;
+    char *out;
+    size_t len;      // the mask's width
+    size_t int_len;  // positions before the mask's point (all without one)
+    bool negative;
+};
+
+// Step 1: the magnitude into work (cut to the buffer), and whether the
+// number is negative.
+bool read_magnitude(const char *number, char (&work)[kWorkSize]) {
+    size_t n = 0;
+    while (n < kWorkSize - 1 && number[n]) {
+        work[n] = number[n];
+        ++n;
+    }
+    work[n] = '\0';
+    garbage_str(work);
+    const bool negative = work[0] == '-';
+    if (negative) {
+        work[0] = ' ';
+        garbage_str(work);
+    }
+    return negative;
+}
+
+// Step 3: a plain decimal rounded to the digit positions after the mask's
+// point; the 1e-10 turns a half in the last place into a round-up.  False
+// for a number beyond a double: it has more than 300 integer digits, fits
+// no mask, and shows as one that does not fit.
+bool round_to_mask(char (&work)[kWorkSize], const char *point) {
+    if (!work[0] || !plain_decimal(work)) return true;
+    size_t places = 0;
+    if (point)
+        for (const char *m = point + 1; *m; ++m)
+            if (*m == '#' || *m == '$' || *m == '&' || *m == '-' || *m == '<') ++places;
+    // Masks far longer than format's 99 characters could ask for more
+    // places than the work buffer holds next to a double's 309 integer
+    // digits; beyond 700 places they are cut to 700.
+    if (places > kMaxPlaces) places = kMaxPlaces;
+    const double value = read_decimal(work) + 1e-10;
+    if (!std::isfinite(value)) return false;
+    print_fixed(work, sizeof work, value, static_cast<int>(places));
+    garbage_str(work);
+    return true;
+}
+
+// Step 5: the point and the fraction positions, in step with the fraction
+// characters of the work text.
+void lay_fraction(const Layout &l, const char *work_point) {
+    l.out[l.int_len] = '.';
+    const char *f = work_point ? work_point + 1 : "";
+    for (size_t i = l.int_len + 1; i < l.len; ++i) {
+        const char m = l.mask[i];
+        const bool have = *f != '\0';
+        if (m == ')')
+            l.out[i] = l.negative ? ')' : (have ? *f : ' ');
+        else if (have)
+            l.out[i] = *f;
+        else
+            l.out[i] = m == '%' ? '%' : '0';
+        if (have) ++f;
+    }
+}
+
+// What an integer position without a digit shows: the first '-' or '<'
+// (and the first '(') of a negative number takes its sign.
+char empty_position(char m, bool negative, bool &minus_placed, bool &paren_placed) {
+    switch (m) {
+    case '-':
+    case '<':
+        if (!negative || minus_placed) return m == '<' ? '<' : ' ';
+        minus_placed = true;
+        return '-';
+    case '(':
+        if (!negative || paren_placed) return ' ';
+        paren_placed = true;
+        return '(';
+    case '$': return ' ';
+    default: return m;
+    }
+}
+
+// Step 6: the integer part, from the point leftwards, with the signs and
+// the floating '$'.  False when digits are left over or the '$' found no
+// room (step 7).
+bool lay_integer(const Layout &l, const char *work, size_t digits) {
+    bool minus_placed = false, paren_placed = false, dollar_seen = false;
+    bool currency_pending = false;
+    for (size_t i = l.int_len; i-- > 0;) {
+        const char m = l.mask[i];
+        bool got_digit = false;
+        if (m == ' ' || m == ',') {
+            l.out[i] = m;
+        } else if (digits > 0) {
+            l.out[i] = work[--digits];
+            got_digit = true;
+        } else {
+            l.out[i] = empty_position(m, l.negative, minus_placed, paren_placed);
+        }
+        if (m == '$' && !dollar_seen) {
+            dollar_seen = true;
+            if (got_digit)
+                currency_pending = true;
+            else
+                place_currency(l.out, l.len, i);
+        } else if (currency_pending && !got_digit && (m == '$' || m == '-' || m == '(')) {
+            place_currency(l.out, l.len, i);
+            currency_pending = false;
+        }
+    }
+    return digits == 0 && !currency_pending;
+}
+
+// Step 8: fill left of the first significant digit (everywhere without one).
+void fill_left(const Layout &l) {
+    size_t first = 0;
+    while (first < l.len && (l.out[first] < '1' || l.out[first] > '9')) ++first;
+    char fill = ' ';
+    for (size_t i = 0; i < first; ++i) {
+        switch (l.mask[i]) {
+        case '#': case '-': case '<': fill = ' '; break;
+        case '&': fill = '0'; break;
+        case '*': fill = '*'; break;
+        default: break;
+        }
+        if (fill_target(l.out[i])) l.out[i] = fill;
+    }
+}
+
+// Step 9: left justification under a '<' of the integer part (a leading
+// "- " sign moves next to the number), right justification otherwise.
+void justify(const Layout &l) {
+    char *out = l.out;
+    const size_t len = l.len;
+    if (std::memchr(l.mask, '<', l.int_len)) {
+        if (len >= 2 && out[0] == '-' && out[1] == ' ') {
+            size_t j = 2;
+            while (j < len && out[j] == ' ') ++j;
+            out[0] = ' ';
+            out[j - 1] = '-';
+        }
+        size_t lead = 0;
+        while (lead < len && out[lead] == ' ') ++lead;
+        std::memmove(out, out + lead, len - lead + 1);
+    } else {
+        size_t trail = 0;
+        while (trail < len && out[len - 1 - trail] == ' ') ++trail;
+        if (trail > 0 && trail < len) {
+            std::memmove(out + trail, out, len - trail);
+            std::memset(out, ' ', trail);
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -98,158 +254,27 @@ UDFKIT_API int32_t _mk_using_nombre(const char *number, const char *mask, char *
     if (!mask) mask = "";
     if (!number) number = "";
     const size_t len = std::strlen(mask);
-
-    // 1. The magnitude, and whether the number is negative.
     char work[kWorkSize];
-    size_t n = 0;
-    while (n < kWorkSize - 1 && number[n]) {
-        work[n] = number[n];
-        ++n;
-    }
-    work[n] = '\0';
-    garbage_str(work);
-    const bool negative = work[0] == '-';
-    if (negative) {
-        work[0] = ' ';
-        garbage_str(work);
-    }
+    const bool negative = read_magnitude(number, work);
 
     // 2. A field of blanks of the mask's width.
     std::memset(out, ' ', len);
     out[len] = '\0';
-
     const char *point = std::strchr(mask, '.');
-    const size_t int_len = point ? static_cast<size_t>(point - mask) : len;
+    const Layout l{mask, out, len, point ? static_cast<size_t>(point - mask) : len, negative};
 
-    // 3. Round a plain decimal to the digit positions after the mask's point;
-    // the 1e-10 turns a half in the last place into a round-up.
-    if (work[0] && plain_decimal(work)) {
-        size_t places = 0;
-        if (point)
-            for (const char *m = point + 1; *m; ++m)
-                if (*m == '#' || *m == '$' || *m == '&' || *m == '-' || *m == '<') ++places;
-        // Masks far longer than format's 99 characters could ask for more
-        // places than the work buffer holds next to a double's 309 integer
-        // digits; beyond 700 places they are cut to 700.
-        if (places > kMaxPlaces) places = kMaxPlaces;
-        const double value = read_decimal(work) + 1e-10;
-        // A number beyond a double has more than 300 integer digits: it
-        // fits no mask, and shows as one that does not fit.
-        if (!std::isfinite(value)) {
-            std::memset(out, '*', len);
+    if (round_to_mask(work, point)) {
+        // 4. Integer digits to place.
+        const char *work_point = std::strchr(work, '.');
+        const size_t digits = work_point ? static_cast<size_t>(work_point - work) : std::strlen(work);
+        if (point) lay_fraction(l, work_point);
+        if (lay_integer(l, work, digits)) {
+            fill_left(l);
+            justify(l);
             return 0;
         }
-        print_fixed(work, sizeof work, value, static_cast<int>(places));
-        garbage_str(work);
     }
-
-    // 4. Integer digits to place.
-    const char *work_point = std::strchr(work, '.');
-    size_t digits = work_point ? static_cast<size_t>(work_point - work) : std::strlen(work);
-
-    // 5. The point and the fraction positions, in step with the fraction
-    // characters of the work text.
-    if (point) {
-        out[int_len] = '.';
-        const char *f = work_point ? work_point + 1 : "";
-        for (size_t i = int_len + 1; i < len; ++i) {
-            const char m = mask[i];
-            const bool have = *f != '\0';
-            if (m == ')')
-                out[i] = negative ? ')' : (have ? *f : ' ');
-            else if (have)
-                out[i] = *f;
-            else
-                out[i] = m == '%' ? '%' : '0';
-            if (have) ++f;
-        }
-    }
-
-    // 6. The integer part, from the point leftwards.
-    bool minus_placed = false, paren_placed = false, dollar_seen = false;
-    bool currency_pending = false;
-    for (size_t i = int_len; i-- > 0;) {
-        const char m = mask[i];
-        bool got_digit = false;
-        if (m == ' ' || m == ',') {
-            out[i] = m;
-        } else if (digits > 0) {
-            out[i] = work[--digits];
-            got_digit = true;
-        } else {
-            switch (m) {
-            case '-':
-            case '<':
-                if (negative && !minus_placed) {
-                    out[i] = '-';
-                    minus_placed = true;
-                } else {
-                    out[i] = m == '<' ? '<' : ' ';
-                }
-                break;
-            case '(':
-                if (negative && !paren_placed) {
-                    out[i] = '(';
-                    paren_placed = true;
-                } else {
-                    out[i] = ' ';
-                }
-                break;
-            case '$': out[i] = ' '; break;
-            default: out[i] = m; break;
-            }
-        }
-        if (m == '$' && !dollar_seen) {
-            dollar_seen = true;
-            if (got_digit)
-                currency_pending = true;
-            else
-                place_currency(out, len, i);
-        } else if (currency_pending && !got_digit && (m == '$' || m == '-' || m == '(')) {
-            place_currency(out, len, i);
-            currency_pending = false;
-        }
-    }
-
-    // 7. Digits left over, or no room for the floating '$'.
-    if (digits > 0 || currency_pending) {
-        std::memset(out, '*', len);
-        return 0;
-    }
-
-    // 8. Fill left of the first significant digit (everywhere without one).
-    size_t first = 0;
-    while (first < len && (out[first] < '1' || out[first] > '9')) ++first;
-    char fill = ' ';
-    for (size_t i = 0; i < first; ++i) {
-        switch (mask[i]) {
-        case '#': case '-': case '<': fill = ' '; break;
-        case '&': fill = '0'; break;
-        case '*': fill = '*'; break;
-        default: break;
-        }
-        if (fill_target(out[i])) out[i] = fill;
-    }
-
-    // 9. Justification.
-    if (std::memchr(mask, '<', int_len)) {
-        if (len >= 2 && out[0] == '-' && out[1] == ' ') {
-            size_t j = 2;
-            while (j < len && out[j] == ' ') ++j;
-            out[0] = ' ';
-            out[j - 1] = '-';
-        }
-        size_t lead = 0;
-        while (lead < len && out[lead] == ' ') ++lead;
-        std::memmove(out, out + lead, len - lead + 1);
-    } else {
-        size_t trail = 0;
-        while (trail < len && out[len - 1 - trail] == ' ') ++trail;
-        if (trail > 0 && trail < len) {
-            std::memmove(out + trail, out, len - trail);
-            std::memset(out, ' ', trail);
-        }
-    }
+    std::memset(out, '*', len);  // 7. the number does not fit
     return 0;
 }
 

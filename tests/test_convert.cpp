@@ -35,13 +35,14 @@ TEST(Convert, IntegerTargets) {
         {"int text wraps", as_int, txt("3000000000"), -1294967296, 0},
         {"int vchar NUL inside", as_int, vch(std::string("12\0" "34", 5)), 12, 0},
         {"int blob", as_int, txt("-9", UDF_T_BLOB), -9, 0},
-        // floats move 0.0001 away from zero; beyond 64 bits: null and flag
+        // floats move 0.0001 away from zero; beyond 64 bits (or NaN): the null,
+        // and no flag (an overflow is the hook's business)
         {"int 2.99995", as_int, dbl(2.99995), 3, 0},
         {"int 2.5", as_int, dbl(2.5), 2, 0},
         {"int -2.99995", as_int, dbl(-2.99995), -3, 0},
         {"int 3e9 wraps", as_int, dbl(3e9), -1294967296, 0},
-        {"int NaN", as_int, dbl(nan), INT32_MIN, 1},
-        {"int 1e300", as_int, dbl(1e300), INT32_MIN, 1},
+        {"int NaN", as_int, dbl(nan), INT32_MIN, 0},
+        {"int 1e300", as_int, dbl(1e300), INT32_MIN, 0},
         {"int null float", as_int, null_of(UDF_T_FLOAT), INT32_MIN, 0},
         {"int smallfloat", as_int, num<float>(UDF_T_SMALLFLOAT, 1.0f), INT32_MIN, 0},
         {"int decimal truncates", as_int, dec("-12345.678", 0x0803), -12345, 0},
@@ -54,7 +55,14 @@ TEST(Convert, IntegerTargets) {
         {"short date null", as_short, null_of(UDF_T_DATE), INT16_MIN, 0},
         {"long text", as_long, txt("9223372036854775807"), INT64_MAX, 0},
         {"long integer widened", as_long, i32(-1), -1, 0},
-        {"long float 1e19", as_long, dbl(1e19), INT64_MIN, 1},
+        {"long float 1e19", as_long, dbl(1e19), INT64_MIN, 0},
+        {"short -1e300", as_short, dbl(-1e300), INT16_MIN, 0},
+        {"short NaN", as_short, dbl(nan), INT16_MIN, 0},
+        {"long NaN", as_long, dbl(-nan), INT64_MIN, 0},
+        {"date 1e300", as_date, dbl(1e300), INT32_MIN, 0},
+        {"date NaN", as_date, dbl(nan), INT32_MIN, 0},
+        {"dtime -1e19", as_dtime, dbl(-1e19), INT64_MIN, 0},
+        {"dtime infinity", as_dtime, dbl(HUGE_VAL), INT64_MIN, 0},
         {"long decimal", as_long, dec("-12345678901234.9", 0x1001), -12345678901234LL, 0},
         {"long empty vchar", as_long, vch(""), INT64_MIN, 0},
         // dates: text under DBDATE, floats truncated without nudge
@@ -192,7 +200,7 @@ TEST(Convert, VcharSources) {
         EXPECT_EQ(std::string(out.vc_data, out.vc_len), bytes);
         std::free(out.vc_data);
     }
-    // A negative length reads nothing: the null and the flag.
+    // A negative length reads nothing: the null, and no flag.
     Src bad = vch("abc");
     SqlVar *v = bad.sv();
     bad.vc.vc_len = -4;
@@ -201,7 +209,7 @@ TEST(Convert, VcharSources) {
     VChar out{1, nullptr};
     cvt_blob(v, &out);
     EXPECT_EQ(out.vc_len, 0);
-    EXPECT_EQ(IsConvertionError(), 1);
+    EXPECT_EQ(IsConvertionError(), 0);
 }
 
 TEST(Convert, ToDecimal) {
@@ -265,12 +273,17 @@ TEST(Convert, OverflowHook) {
         {"decimal to short", as_short, dec("32768", 0x0500), -32768, 1},
         {"decimal to int is not tested", as_int, dec("3000000000", 0x0a00), -1294967296, 0},
         {"long target is not tested", as_long, dbl(1e18), 1000000000000000000LL, 0},
+        {"float beyond 64 bits to int", as_int, dbl(1e300), INT32_MIN, 2},
+        {"float beyond 64 bits to short", as_short, dbl(-1e300), INT16_MIN, 1},
+        {"NaN is in no range", as_int, dbl(std::nan("")), INT32_MIN, 0},
     };
     SetConvertionOverflowHook(hook);
+    IsConvertionError();
     for (auto c : cases) {
         heard.clear();
         SqlVar *v = c.src.sv();
         EXPECT_EQ(c.fn(v), c.want) << c.name;
+        EXPECT_EQ(IsConvertionError(), 0) << c.name;
         if (!c.heard_type) {
             EXPECT_TRUE(heard.empty()) << c.name;
             continue;

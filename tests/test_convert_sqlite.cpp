@@ -1,4 +1,6 @@
-// The conversions from SQL through the SQLite extension.
+// The conversions from SQL through the SQLite extension, end to end: one
+// check per way a value comes in and goes out; the rules are tested in
+// test_sqlhelp_convert.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -18,16 +20,19 @@ TEST(SqliteConvert, TargetsAndFlag) {
         const char *sql, *expected;
     } cases[] = {
         {"select cvt('  42abc', 'integer')", "i:42"},
-        {"select cvt('abc', 'int')", "NULL"},
-        {"select cvt(40000, 'smallint')", "i:-25536"},
         {"select cvt(' -1.5e3', 'float')", "r:-1500"},
         {"select cvt(x'610062', 'char')", "a"},
+        {"select hex(cvt('ab', 'blob'))", "6162"},
         {"select cvt(asdate(77061), 'char')", "25/12/2020"},
-        {"select cvt('25/12/2020 13:45', 'datetime')", "i:1608903900"},
+        {"select subtype(cvt('25/12/2020', 'date'))", "i:68"},
         {"select cvt(asdatetime(1608903900), 'vchar')", "25/12/2020 13:45:00"},
         {"select cvt('1,234.567', 'decimal(10,2)')", "1234.57"},
-        {"select cvt(12.5, 'decimal')", "12.5"},
         {"select cvt(null, 'integer')", "NULL"},
+        {"select cvt(null, 'money')", "NULL"},
+        {"select cvt(1e308, 'decimal')", "NULL"},
+        {"select cvt(printf('%.*c', 1000, '9'), 'decimal')", "NULL"},
+        {"select cvt('-', 'integer')", "NULL"},
+        {"select cvt('+', 'float')", "NULL"},
         {"select cvterror()", "i:0"},
         {"select cvt('31/02/2020', 'date')", "NULL"},
         {"select cvterror()", "i:1"},

@@ -1,4 +1,5 @@
-// Dates and datetimes from SQL through the real extension.  The extension
+// Dates and datetimes from SQL through the real extension, one check per
+// function (the rules are tested in test_sqlhelp_date).  The extension
 // reads the date settings when it loads, so they are fixed here first.
 #include <gtest/gtest.h>
 
@@ -24,20 +25,15 @@ TEST(DateSql, ParsesPrintsAndSplitsDates) {
     const struct { const char *sql, *want; } cases[] = {
         {"select todate('25/12/2020')", "i:77061"},
         {"select todate('2020-12-25', 'YMD4-')", "i:77061"},
-        {"select todate('12252020', 'MMDDYYYY')", "i:77061"},
         {"select todate('31/02/2020')", "NULL"},
-        {"select todate('')", "NULL"},
         {"select todate(null)", "NULL"},
         {"select datetext(77061)", "25/12/2020"},
-        {"select datetext(todate('1/1/51'))", "01/01/1951"},
-        {"select datetext(-364)", "01/01/1809"},
         {"select datetext(0)", "NULL"},
         {"select datetext(null)", "NULL"},
         {"select daydate(77061) || '.' || monthdate(77061) || '.' || yeardate(77061)",
          "25.12.2020"},
         {"select weekdaydate(todate('25/12/2020'))", "i:5"},
         {"select today()", "i:77061"},
-        {"select datetext(today())", "25/12/2020"},
         {"select todate('today')", "i:77061"},
         {"select datesettings()", "DMY4/ YMD4-"},
     };
@@ -48,11 +44,8 @@ TEST(DateSql, DatetimesInLocalTime) {
     SqliteDb db;
     const struct { const char *sql, *want; } cases[] = {
         {"select todatetime('2020-12-25 13:45:00')", "i:1608900300"},
-        {"select todatetime('20201225 13:45')", "i:1608900300"},
         {"select datetimetext(1608900300)", "2020-12-25 13:45:00"},
-        {"select datetimetext(todatetime('2021-03-28 02:30'))", "2021-03-28 03:30:00"},
         {"select todatetime('2020-12-25 24:00')", "NULL"},
-        {"select datetimetext(-1)", "NULL"},
         {"select datetimetext(null)", "NULL"},
     };
     for (auto c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;

@@ -254,6 +254,18 @@ TEST(StrFTime, LengthsAndFailures) {
     odd = xmas;
     odd.tm_year = -1 - 1900;
     EXPECT_EQ(fmt("%Y", odd), "<fail>");
+    // A counting call counts what a field prints; a negative field fails it.
+    const struct { int year, mday; const char *format; int32_t counted; } counts[] = {
+        {10000, 25, "%Y", 5}, {10000, 25, "%Y-%m", 8}, {123456, 25, "%C", 4},
+        {2020, -5, "%d", 0},  {-1, 25, "%Y", 0},       {-1, 25, "%y", 0},
+        {2020, -5, "%e", 2},  {2020, 25, "%d/%m/%Y", 10},
+    };
+    for (const auto &c : counts) {
+        odd = xmas;
+        odd.tm_year = c.year - 1900;
+        odd.tm_mday = c.mday;
+        EXPECT_EQ(StrFTime(nullptr, 100, c.format, &odd), c.counted) << c.format << " " << c.year;
+    }
     // Out-of-range names name nothing.
     odd = xmas;
     odd.tm_wday = 9;

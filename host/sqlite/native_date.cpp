@@ -1,4 +1,4 @@
-// Dates and datetimes in SQL, on the library's date runtime:
+// Dates and datetimes in SQL (the rules are in sqlhelp/date.hpp):
 //   todate(text [, setting])  the date of a text under DBDATE (or the given
 //                             setting), as a date value; NULL when unusable
 //   datetext(date)            the date as text under DBDATE
@@ -9,94 +9,83 @@
 //   daydate(date), monthdate(date), yeardate(date), weekdaydate(date)
 //                             the parts of a date (weekday 0 = Sunday)
 //   datesettings()            the settings in force, "DMY4/ DMY4/"
-// A date value is an integer day number (day 1 = 1 January 1810) marked as
-// a date; a datetime value counts seconds since 1970 UTC.
-#include <cstring>
+// A date value is an integer marked as a date; a datetime value an integer
+// marked as a datetime.
+#include <string>
 
 #include "host/sqlite/bridge.hpp"
-#include "udfkit/date.h"
+#include "sqlhelp/date.hpp"
 
 namespace {
 using namespace udfkit::sqlite;
+using namespace udfkit::sqlhelp;
 
 bool null_arg(sqlite3_value *v) { return sqlite3_value_type(v) == SQLITE_NULL; }
 
-// A day number argument, or false for NULL, the null date and day 0.
-bool date_arg(sqlite3_value *v, Date *out) {
-    if (null_arg(v)) return false;
-    const sqlite3_int64 n = sqlite3_value_int64(v);
-    if (n <= INT32_MIN || n > INT32_MAX || n == 0) return false;
-    *out = static_cast<Date>(n);
-    return true;
+const char *text_arg(sqlite3_value *v) {
+    return null_arg(v) ? nullptr : reinterpret_cast<const char *>(sqlite3_value_text(v));
 }
 
-void result_date(sqlite3_context *ctx, Date d) {
-    if (d == 0 || d == UDFKIT_NULL_DATE) {
-        sqlite3_result_null(ctx);
-        return;
-    }
-    sqlite3_result_int64(ctx, d);
-    sqlite3_result_subtype(ctx, kDateSubtype);
+std::optional<Date> day_arg(sqlite3_value *v) {
+    if (null_arg(v)) return std::nullopt;
+    return date_arg(sqlite3_value_int64(v));
+}
+
+void result_marked(sqlite3_context *ctx, std::optional<int64_t> v, unsigned subtype) {
+    if (!v) return sqlite3_result_null(ctx);
+    sqlite3_result_int64(ctx, *v);
+    sqlite3_result_subtype(ctx, subtype);
+}
+
+void result_text(sqlite3_context *ctx, const std::optional<std::string> &s) {
+    if (!s) return sqlite3_result_null(ctx);
+    sqlite3_result_text(ctx, s->data(), static_cast<int>(s->size()), SQLITE_TRANSIENT);
 }
 
 void sql_todate(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
-    if (null_arg(argv[0])) return sqlite3_result_null(ctx);
-    const char *text = reinterpret_cast<const char *>(sqlite3_value_text(argv[0]));
-    const char *setting = nullptr;
-    if (argc > 1 && !null_arg(argv[1]))
-        setting = reinterpret_cast<const char *>(sqlite3_value_text(argv[1]));
-    LibraryLock lock(library_lock());
-    result_date(ctx, Char2Date(text ? text : "", setting ? setting : DbDate));
+    guarded(ctx, [&] {
+        if (null_arg(argv[0])) return sqlite3_result_null(ctx);
+        result_marked(ctx, date_parse(text_arg(argv[0]), argc > 1 ? text_arg(argv[1]) : nullptr),
+                      kDateSubtype);
+    });
 }
 
 void sql_datetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    Date d;
-    if (!date_arg(argv[0], &d)) return sqlite3_result_null(ctx);
-    char buf[64];
-    LibraryLock lock(library_lock());
-    date2char(d, buf);
-    sqlite3_result_text(ctx, buf, -1, SQLITE_TRANSIENT);
+    guarded(ctx, [&] {
+        const auto d = day_arg(argv[0]);
+        result_text(ctx, d ? date_text(*d) : std::nullopt);
+    });
 }
 
 void sql_todatetime(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    if (null_arg(argv[0])) return sqlite3_result_null(ctx);
-    const char *text = reinterpret_cast<const char *>(sqlite3_value_text(argv[0]));
-    LibraryLock lock(library_lock());
-    const DateTime t = Char2GMT(text ? text : "");
-    if (t == UDFKIT_NULL_DATETIME) return sqlite3_result_null(ctx);
-    sqlite3_result_int64(ctx, t);
-    sqlite3_result_subtype(ctx, kDateTimeSubtype);
+    guarded(ctx, [&] {
+        if (null_arg(argv[0])) return sqlite3_result_null(ctx);
+        result_marked(ctx, datetime_parse(text_arg(argv[0])), kDateTimeSubtype);
+    });
 }
 
 void sql_datetimetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    if (null_arg(argv[0])) return sqlite3_result_null(ctx);
-    char buf[20];
-    LibraryLock lock(library_lock());
-    GMT2Char(sqlite3_value_int64(argv[0]), buf);
-    if (!buf[0]) return sqlite3_result_null(ctx);
-    sqlite3_result_text(ctx, buf, -1, SQLITE_TRANSIENT);
+    guarded(ctx, [&] {
+        if (null_arg(argv[0])) return sqlite3_result_null(ctx);
+        result_text(ctx, datetime_text(sqlite3_value_int64(argv[0])));
+    });
 }
 
 void sql_today(sqlite3_context *ctx, int, sqlite3_value **) {
-    LibraryLock lock(library_lock());
-    result_date(ctx, todaydate());
+    guarded(ctx, [&] { result_marked(ctx, date_today(), kDateSubtype); });
 }
 
-template <int32_t (*Part)(Date)>
+template <DatePart Part>
 void sql_part(sqlite3_context *ctx, int, sqlite3_value **argv) {
-    Date d;
-    if (!date_arg(argv[0], &d)) return sqlite3_result_null(ctx);
-    LibraryLock lock(library_lock());
-    sqlite3_result_int(ctx, Part(d));
+    guarded(ctx, [&] {
+        const auto d = day_arg(argv[0]);
+        if (!d) return sqlite3_result_null(ctx);
+        sqlite3_result_int(ctx, date_part(Part, *d));
+    });
 }
 
 void sql_datesettings(sqlite3_context *ctx, int, sqlite3_value **) {
-    char buf[64];
-    LibraryLock lock(library_lock());
-    const int n = static_cast<int>(strnlen(DbDate, sizeof DbDate));
-    const int m = static_cast<int>(strnlen(DbDateTime, sizeof DbDateTime));
-    sqlite3_snprintf(sizeof buf, buf, "%.*s %.*s", n, DbDate, m, DbDateTime);
-    sqlite3_result_text(ctx, buf, -1, SQLITE_TRANSIENT);
+    guarded(ctx, [&] { result_text(ctx, date_settings()); });
 }
 
 int register_dates(sqlite3 *db) {
@@ -114,10 +103,10 @@ int register_dates(sqlite3 *db) {
         {"todatetime", 1, text | marks, sql_todatetime},
         {"datetimetext", 1, text, sql_datetimetext},
         {"today", 0, text | marks, sql_today},
-        {"daydate", 1, pure, sql_part<daydate>},
-        {"monthdate", 1, pure, sql_part<monthdate>},
-        {"yeardate", 1, pure, sql_part<yeardate>},
-        {"weekdaydate", 1, pure, sql_part<weekdaydate>},
+        {"daydate", 1, pure, sql_part<DatePart::Day>},
+        {"monthdate", 1, pure, sql_part<DatePart::Month>},
+        {"yeardate", 1, pure, sql_part<DatePart::Year>},
+        {"weekdaydate", 1, pure, sql_part<DatePart::Weekday>},
         {"datesettings", 0, text, sql_datesettings},
     };
     for (const auto &f : fns) {
