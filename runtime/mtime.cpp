@@ -97,10 +97,11 @@ struct Writer {
         }
         char buf[32];
         const int len = number_text(buf, v, width, pad);
-        // A field that does not come out at its width fails a writing call.
-        // A counting call counts what it would write: the whole of a field
-        // too large for its width, but a negative field fails it too.
-        if (len != width && (out || v < 0)) return false;
+        // A counting call counts the declared width, whatever the field
+        // prints; a field that does not come out at its width fails a
+        // writing call.
+        if (!out) return put(buf, static_cast<size_t>(width));
+        if (len != width) return false;
         return put(buf, static_cast<size_t>(len));
     }
 
