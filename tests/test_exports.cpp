@@ -1,4 +1,5 @@
-// The shared library exports exactly the interface: every name listed in
+// The shared library exports exactly the interface: every SQL-callable
+// function of the library's function table, every other name listed in
 // tests/exports/*.txt, and nothing else.
 #include <gtest/gtest.h>
 
@@ -7,6 +8,8 @@
 #include <fstream>
 #include <set>
 #include <string>
+
+#include "udfkit/sqlfunc.h"
 
 namespace {
 
@@ -17,8 +20,13 @@ std::set<std::string> listed() {
         std::ifstream in(e.path());
         std::string line;
         while (std::getline(in, line))
-            if (!line.empty() && line[0] != '#') names.insert(line);
+            if (!line.empty() && line[0] != '#' && !names.insert(line).second)
+                ADD_FAILURE() << "named twice: " << line;
     }
+#define UDFKIT_NAME(name, ...) \
+    if (!names.insert(#name).second) ADD_FAILURE() << "named twice: " #name;
+    UDFKIT_ALL_SQLFUNCS(UDFKIT_NAME)
+#undef UDFKIT_NAME
     return names;
 }
 

@@ -23,6 +23,8 @@
 
 SQLITE_EXTENSION_INIT1
 
+#include "udfkit/sqlfunc.h"
+
 #include <dlfcn.h>
 
 #include <cinttypes>
@@ -37,8 +39,24 @@ namespace udfkit::sqlite {
 
 namespace {
 
-RowBlock *g_rows = nullptr;
 NativeBlock *g_natives = nullptr;
+
+// One row of the library's function table.
+struct FunctionRow {
+    const char *name;  // SQL name, also the library's exported symbol
+    int min_args;
+    int max_args;  // -1: any number
+    int kind;      // UDFKIT_KIND_*
+    int state;     // UDFKIT_STATE_*
+    const char *column1;  // two-result functions: the names of the results
+    const char *column2;
+    // Only a function of its arguments alone may be deterministic to SQLite.
+    bool deterministic() const { return state == UDFKIT_STATE_NONE; }
+};
+
+#define UDFKIT_ROW(name, min, max, kind, state, c1, c2) {#name, min, max, kind, state, c1, c2},
+constexpr FunctionRow kFunctions[] = {UDFKIT_ALL_SQLFUNCS(UDFKIT_ROW)};
+#undef UDFKIT_ROW
 
 // ------------------------------------------------------------ values
 
@@ -441,7 +459,7 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
     LibraryLock lock(library_lock());
     CallState *saved = g_call;
     g_call = &state;
-    if (r.row->kind == Kind::Aggregate) {
+    if (r.row->kind == UDFKIT_KIND_AGGREGATE) {
         auto f = reinterpret_cast<udfkit_sqlaggregate>(r.fn);
         f(nullptr, argc, argc ? descs : nullptr, &state.rtype, &state.rsize, nullptr);
         f(&g_table, argc, argc ? descs : nullptr, &state.rtype, &state.rsize, nullptr);
@@ -677,16 +695,14 @@ bool resolve_all() {
             return;
         }
         auto *list = new std::vector<Resolved>;
-        for (RowBlock *b = g_rows; b; b = b->next) {
-            for (size_t i = 0; i < b->count; ++i) {
-                void *fn = dlsym(h, b->rows[i].name);
-                if (!fn) {
-                    g_load_error = std::string("udfkit: the library has no function ") + b->rows[i].name;
-                    delete list;
-                    return;
-                }
-                list->push_back({&b->rows[i], fn});
+        for (const FunctionRow &row : kFunctions) {
+            void *fn = dlsym(h, row.name);
+            if (!fn) {
+                g_load_error = std::string("udfkit: the library has no function ") + row.name;
+                delete list;
+                return;
             }
+            list->push_back({&row, fn});
         }
         g_resolved = list;
         // Date settings are fixed once per process, before any date work.
@@ -698,23 +714,23 @@ bool resolve_all() {
 int register_row(sqlite3 *db, const Resolved &r) {
     const FunctionRow &row = *r.row;
     int flags = SQLITE_UTF8;
-    if (row.deterministic) flags |= SQLITE_DETERMINISTIC;
+    if (row.deterministic()) flags |= SQLITE_DETERMINISTIC;
 #ifdef SQLITE_SUBTYPE
     flags |= SQLITE_SUBTYPE;
 #endif
     flags |= result_subtype_flag();
     void *user = const_cast<Resolved *>(&r);
     switch (row.kind) {
-    case Kind::Table2:
+    case UDFKIT_KIND_TWO:
         return sqlite3_create_module(db, row.name, &g_module, user);
-    case Kind::Aggregate:
+    case UDFKIT_KIND_AGGREGATE:
         for (int n = row.min_args; n <= row.max_args; ++n) {
             int rc = sqlite3_create_function(db, row.name, n, flags, user, nullptr,
                                              aggregate_step, aggregate_final);
             if (rc != SQLITE_OK) return rc;
         }
         return SQLITE_OK;
-    case Kind::Scalar:
+    case UDFKIT_KIND_SCALAR:
         if (row.max_args < 0)
             return sqlite3_create_function(db, row.name, -1, flags, user, scalar_entry, nullptr,
                                            nullptr);
@@ -730,7 +746,6 @@ int register_row(sqlite3 *db, const Resolved &r) {
 
 }  // namespace
 
-RowBlock::RowBlock(const FunctionRow *r, size_t n) : rows(r), count(n), next(g_rows) { g_rows = this; }
 NativeBlock::NativeBlock(NativeRegistrar r) : registrar(r), next(g_natives) { g_natives = this; }
 
 std::recursive_mutex &library_lock() {

@@ -1,8 +1,8 @@
 // The SQLite host: a loadable extension whose bridge implements the host
-// call table on top of SQLite.  Each SQL-callable function of the library
-// is one row of a table; families add their rows with a RowBlock in a file
-// of their own.  Functions that work on SQLite values directly (beyond the
-// host interface) register themselves with a NativeBlock.
+// call table on top of SQLite.  It registers every row of the library's
+// function table (udfkit/sqlfunc.h).  Functions that work on SQLite values
+// directly (beyond the host interface) register themselves with a
+// NativeBlock.
 #pragma once
 
 #include <sqlite3ext.h>
@@ -17,29 +17,6 @@
 SQLITE_EXTENSION_INIT3
 
 namespace udfkit::sqlite {
-
-enum class Kind {
-    Scalar,     // one result: a scalar SQL function
-    Aggregate,  // the aggregate protocol (group_concat)
-    Table2,     // two results: a table-valued function of one row, two columns
-};
-
-struct FunctionRow {
-    const char *name;  // SQL name, also the library's exported symbol
-    int min_args;
-    int max_args;  // -1: any number
-    Kind kind = Kind::Scalar;
-    bool deterministic = true;
-    const char *column1 = nullptr;  // Table2: names of the two result columns
-    const char *column2 = nullptr;
-};
-
-struct RowBlock {
-    RowBlock(const FunctionRow *rows, size_t count);
-    const FunctionRow *rows;
-    size_t count;
-    RowBlock *next;
-};
 
 using NativeRegistrar = int (*)(sqlite3 *db);
 struct NativeBlock {
