@@ -1,0 +1,122 @@
+// Inside the SQLite bridge: one call into a library function, the values
+// on its stack, and what the bridge's files share.
+//
+//   stack.cpp         the value stack of a call and how values pop and push
+//   slots.cpp         the host call table the library calls back
+//   dispatch.cpp      scalar and aggregate entry points: describe, then run
+//   table_valued.cpp  two-result functions as table-valued functions
+//   load.cpp          the function rows, symbol lookup, registration
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/sqlite/bridge.hpp"
+#include "udfkit/sqlfunc.h"
+
+namespace udfkit::sqlite {
+
+// ------------------------------------------------------------ functions
+
+// One row of the library's function table (udfkit/sqlfunc.h).
+struct FunctionRow {
+    const char *name;  // SQL name, also the library's exported symbol
+    int min_args;
+    int max_args;         // -1: any number
+    int kind;             // UDFKIT_KIND_*
+    int state;            // UDFKIT_STATE_*
+    const char *column1;  // two-result functions: the names of the results
+    const char *column2;
+    // Only a function of its arguments alone may be deterministic to SQLite.
+    bool deterministic() const;
+};
+
+// A row with the library's entry point for it.
+struct Resolved {
+    const FunctionRow *row;
+    void *fn;
+};
+
+// ------------------------------------------------------------ values
+
+// A value the bridge owns: what an ExecuteQuery stacked, the text an
+// aggregate accumulated, a result kept for a table-valued function.
+struct Item {
+    enum Kind { Null, Int, Real, Text } kind = Null;
+    int64_t i = 0;
+    double d = 0;
+    std::string s;
+    unsigned subtype = 0;
+};
+
+int32_t clamp32(int64_t v);
+int16_t code_of(sqlite3_value *v);
+int16_t code_of(const Item &it);
+// The text of a value as PopString hands it over.
+std::string item_text(const Item &it);
+void text_of(sqlite3_value *v, const char *&data, size_t &len);
+
+// One call: its SQL arguments (the last on top), above them the values an
+// ExecuteQuery stacked, beneath them an aggregate's accumulated text.
+struct CallState {
+    sqlite3_context *ctx = nullptr;  // Direct mode: results go straight here
+    sqlite3 *db = nullptr;
+    sqlite3_value **argv = nullptr;
+    int args_left = 0;
+    std::vector<Item> above;  // stacked by ExecuteQuery; back() is the top
+    Item below;
+    bool below_present = false;
+    int32_t rtype = 0, rsize = 0;
+    bool collect = false;
+    std::vector<Item> results;  // Collect mode
+    int pushed = 0;
+};
+
+// The call running on this thread (null outside any call).
+CallState *current_call();
+
+// Makes `state` the current call while it lives.
+class CallScope {
+public:
+    explicit CallScope(CallState &state);
+    ~CallScope();
+    CallScope(const CallScope &) = delete;
+    CallScope &operator=(const CallScope &) = delete;
+
+private:
+    CallState *saved_;
+};
+
+// A popped value: either an SQLite value or an owned item; neither means
+// the stack was empty.
+struct Popped {
+    sqlite3_value *v = nullptr;
+    Item item;
+    bool empty = true;
+};
+Popped pop_value();
+bool popped_null(const Popped &p);
+int64_t popped_int64(const Popped &p);
+
+// Results into SQLite, with the nulls of the declared result type.
+void emit_string(sqlite3_context *ctx, const char *s, int32_t rtype);
+void emit_int(sqlite3_context *ctx, int64_t v, int32_t rtype, unsigned subtype);
+void emit_double(sqlite3_context *ctx, double d);
+void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype);
+
+// ------------------------------------------------------------ calls
+
+const HostCallTable &call_table();
+
+// Describes, then runs one call with `state` as the current call.
+void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv);
+
+void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv);
+void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv);
+void aggregate_final(sqlite3_context *ctx);
+
+// The module of the table-valued functions (user data: a Resolved).
+const sqlite3_module &table_module();
+
+}  // namespace udfkit::sqlite

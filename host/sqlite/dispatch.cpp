@@ -1,0 +1,113 @@
+// Scalar and aggregate functions: each call is described, then run with
+// the bridge's call table.  The library keeps process-wide state and
+// expects its functions one at a time: every call holds one process-wide
+// (recursive) lock.
+#include <string>
+#include <vector>
+
+#include "host/sqlite/call.hpp"
+
+namespace udfkit::sqlite {
+
+namespace {
+
+ArgDesc describe_arg(sqlite3_value *v) {
+    ArgDesc a{code_of(v), 0, 0};
+    switch (a.type) {
+    case UDF_T_CHAR:
+    case UDF_T_BLOB:
+        a.size = sqlite3_value_type(v) == SQLITE_NULL ? 0 : clamp32(sqlite3_value_bytes(v));
+        break;
+    case UDF_T_INTEGER: case UDF_T_DATE: a.size = 4; a.value = clamp32(sqlite3_value_int64(v)); break;
+    case UDF_T_LONGINT: case UDF_T_DATETIME: a.size = 8; a.value = clamp32(sqlite3_value_int64(v)); break;
+    case UDF_T_FLOAT: a.size = 8; break;
+    default: break;
+    }
+    return a;
+}
+
+}  // namespace
+
+// Describes, then runs one call with `state` as the current call.
+void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
+    ArgDesc small[8];
+    std::vector<ArgDesc> large;
+    ArgDesc *descs = small;
+    if (argc > 8) {
+        large.resize(argc);
+        descs = large.data();
+    }
+    for (int i = 0; i < argc; ++i) descs[i] = describe_arg(argv[i]);
+    state.argv = argv;
+    state.args_left = argc;
+
+    LibraryLock lock(library_lock());
+    CallScope scope(state);
+    if (r.row->kind == UDFKIT_KIND_AGGREGATE) {
+        auto f = reinterpret_cast<udfkit_sqlaggregate>(r.fn);
+        f(nullptr, argc, argc ? descs : nullptr, &state.rtype, &state.rsize, nullptr);
+        f(&call_table(), argc, argc ? descs : nullptr, &state.rtype, &state.rsize, nullptr);
+    } else {
+        auto f = reinterpret_cast<udfkit_sqlfunc>(r.fn);
+        f(nullptr, argc, argc ? descs : nullptr, &state.rtype, &state.rsize);
+        f(&call_table(), argc, argc ? descs : nullptr, &state.rtype, &state.rsize);
+    }
+}
+
+void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    const auto *r = static_cast<const Resolved *>(sqlite3_user_data(ctx));
+    if (argc < r->row->min_args) {  // variadic functions still have a minimum
+        char msg[128];
+        sqlite3_snprintf(sizeof msg, msg, "wrong number of arguments to function %s()", r->row->name);
+        sqlite3_result_error(ctx, msg, -1);
+        return;
+    }
+    try {
+        CallState state;
+        state.ctx = ctx;
+        state.db = sqlite3_context_db_handle(ctx);
+        run(*r, state, argc, argv);
+    } catch (...) {
+        sqlite3_result_error_nomem(ctx);
+    }
+}
+
+// group_concat: the accumulated text lives in the aggregate context.
+struct AggState {
+    std::string *acc;
+};
+
+void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    const auto *r = static_cast<const Resolved *>(sqlite3_user_data(ctx));
+    auto *a = static_cast<AggState *>(sqlite3_aggregate_context(ctx, sizeof(AggState)));
+    if (!a) {
+        sqlite3_result_error_nomem(ctx);
+        return;
+    }
+    try {
+        if (!a->acc) a->acc = new std::string;
+        CallState state;
+        state.db = sqlite3_context_db_handle(ctx);
+        state.collect = true;
+        state.below.kind = Item::Text;
+        state.below.s = *a->acc;
+        state.below_present = true;
+        run(*r, state, argc, argv);
+        if (!state.results.empty()) *a->acc = item_text(state.results.front());
+    } catch (...) {
+        sqlite3_result_error_nomem(ctx);
+    }
+}
+
+void aggregate_final(sqlite3_context *ctx) {
+    auto *a = static_cast<AggState *>(sqlite3_aggregate_context(ctx, 0));
+    if (!a || !a->acc) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    emit_string(ctx, a->acc->c_str(), UDF_T_CHAR);
+    delete a->acc;
+    a->acc = nullptr;
+}
+
+}  // namespace udfkit::sqlite

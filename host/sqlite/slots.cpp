@@ -1,0 +1,217 @@
+// The host call table on top of SQLite values.
+//
+// Choices this host makes where the calling convention leaves them open:
+// - the stack of a call is its SQL arguments (the last one on top), above
+//   them the values an ExecuteQuery stacked, beneath them the text an
+//   aggregate has accumulated;
+// - SQL NULL pops as the null of the asked type: INT32_MIN for PopInt and
+//   PopDate, INT64_MIN for PopLong, the all-ones double for PopDouble, the
+//   empty string for PopString; texts pop as numbers the way SQLite
+//   converts them, and integers outside 32 bits are clamped by PopInt;
+// - a pop from an empty stack gives the same null values;
+// - PeekType(-k) describes the k-th value from the top, other positions
+//   the value at that depth from the bottom (-1 if there is none);
+// - Matches is SQLite's GLOB (*, ?, [...], [^...]);
+// - a result equal to the null of the declared result type becomes SQL
+//   NULL: the empty string for every type, INT16_MIN for smallint,
+//   INT32_MIN for integer, serial and date (and day 0), INT64_MIN for the
+//   64-bit types, the all-ones double for float;
+// - results beyond the first of a scalar function are dropped.
+// The library keeps process-wide state and expects its functions one at a
+// time: every call holds one process-wide (recursive) lock.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/sqlite/call.hpp"
+#include "runtime/null_traits.hpp"
+
+namespace udfkit::sqlite {
+
+namespace {
+
+thread_local HostValueDesc g_desc;
+
+// Direct mode sets the first result at once; Collect mode keeps them all.
+template <class MakeItem, class EmitDirect>
+void push_result(MakeItem make, EmitDirect direct) {
+    CallState *c = current_call();
+    if (!c) return;
+    if (c->collect) {
+        c->results.push_back(make());
+    } else if (c->pushed == 0 && c->ctx) {
+        direct(c->ctx, c->rtype);
+    }
+    ++c->pushed;
+}
+
+// ------------------------------------------------------------ the slots
+
+const HostValueDesc *slot_peek_type(int32_t position) {
+    g_desc.type = -1;
+    CallState *c = current_call();
+    if (!c) return &g_desc;
+    const int64_t n_above = static_cast<int64_t>(c->above.size());
+    const int64_t n_below = c->below_present ? 1 : 0;
+    const int64_t total = n_above + c->args_left + n_below;
+    int64_t from_top = position < 0 ? -static_cast<int64_t>(position) - 1 : total - 1 - position;
+    if (from_top < 0 || from_top >= total) return &g_desc;
+    if (from_top < n_above)
+        g_desc.type = code_of(c->above[n_above - 1 - from_top]);
+    else if (from_top < n_above + c->args_left)
+        g_desc.type = code_of(c->argv[c->args_left - 1 - (from_top - n_above)]);
+    else
+        g_desc.type = code_of(c->below);
+    return &g_desc;
+}
+
+void slot_push_int(int32_t v) {
+    push_result([&] { Item it; it.kind = Item::Int; it.i = v; return it; },
+                [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, 0); });
+}
+void slot_push_long(int64_t v) {
+    push_result([&] { Item it; it.kind = Item::Int; it.i = v; return it; },
+                [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, 0); });
+}
+void slot_push_datetime(int64_t v) {
+    push_result(
+        [&] { Item it; it.kind = Item::Int; it.i = v; it.subtype = kDateTimeSubtype; return it; },
+        [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, kDateTimeSubtype); });
+}
+void slot_push_double(double v) {
+    push_result([&] { Item it; it.kind = Item::Real; it.d = v; return it; },
+                [&](sqlite3_context *ctx, int32_t) { emit_double(ctx, v); });
+}
+void slot_push_string(const char *s) {
+    push_result([&] { Item it; it.kind = Item::Text; it.s = s ? s : ""; return it; },
+                [&](sqlite3_context *ctx, int32_t rt) { emit_string(ctx, s, rt); });
+}
+
+void slot_pop_int(int32_t *out) {
+    Popped p = pop_value();
+    *out = popped_null(p) ? INT32_MIN : clamp32(popped_int64(p));
+}
+void slot_pop_long(int64_t *out) {
+    Popped p = pop_value();
+    *out = popped_null(p) ? INT64_MIN : popped_int64(p);
+}
+void slot_pop_date(int32_t *out) { slot_pop_int(out); }
+void slot_pop_double(double *out) {
+    Popped p = pop_value();
+    if (popped_null(p))
+        *out = nulls::float_null();
+    else if (p.v)
+        *out = sqlite3_value_double(p.v);
+    else if (p.item.kind == Item::Real)
+        *out = p.item.d;
+    else if (p.item.kind == Item::Int)
+        *out = static_cast<double>(p.item.i);
+    else
+        *out = std::strtod(p.item.s.c_str(), nullptr);
+}
+void slot_pop_string(char *buf, int32_t cap) {
+    Popped p = pop_value();
+    if (cap <= 0) return;  // no room even for the terminator: nothing written
+    const char *data = "";
+    size_t len = 0;
+    std::string owned;
+    if (!popped_null(p)) {
+        if (p.v) {
+            text_of(p.v, data, len);
+        } else {
+            owned = item_text(p.item);
+            data = owned.data();
+            len = owned.size();
+        }
+    }
+    size_t n = len < static_cast<size_t>(cap - 1) ? len : static_cast<size_t>(cap - 1);
+    std::memcpy(buf, data, n);
+    buf[n] = '\0';
+}
+int32_t slot_peek_string_length() {
+    CallState *c = current_call();
+    size_t len = 0;
+    if (c) {
+        if (!c->above.empty()) {
+            len = item_text(c->above.back()).size();
+        } else if (c->args_left > 0) {
+            sqlite3_value *v = c->argv[c->args_left - 1];
+            if (sqlite3_value_type(v) != SQLITE_NULL) {
+                const char *d;
+                text_of(v, d, len);
+            }
+        } else if (c->below_present) {
+            len = item_text(c->below).size();
+        }
+    }
+    return len >= INT32_MAX ? INT32_MAX : static_cast<int32_t>(len + 1);
+}
+int32_t slot_matches(const char *pattern, const char *text) {
+    return sqlite3_strglob(pattern ? pattern : "", text ? text : "") == 0 ? 1 : 0;
+}
+int32_t slot_execute_query(const char *sql) {
+    CallState *c = current_call();
+    if (!c || !c->db || !sql) return -1;
+    sqlite3_stmt *st = nullptr;
+    if (sqlite3_prepare_v2(c->db, sql, -1, &st, nullptr) != SQLITE_OK || !st) {
+        sqlite3_finalize(st);
+        return -1;
+    }
+    const int cols = sqlite3_column_count(st);
+    std::vector<Item> values;
+    int64_t rows = 0;
+    int rc;
+    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+        ++rows;
+        for (int i = 0; i < cols; ++i) {
+            Item it;
+            if (sqlite3_column_type(st, i) == SQLITE_INTEGER) {
+                it.kind = Item::Int;
+                it.i = sqlite3_column_int64(st, i);
+            } else {
+                it.kind = Item::Text;
+                const unsigned char *t = sqlite3_column_text(st, i);
+                if (t) it.s.assign(reinterpret_cast<const char *>(t), sqlite3_column_bytes(st, i));
+            }
+            values.push_back(std::move(it));
+        }
+    }
+    sqlite3_finalize(st);
+    if (rc != SQLITE_DONE) return -1;
+    // From the top: row count, column count, then the first row's first
+    // column onwards, so the values are stacked last first.
+    for (size_t i = values.size(); i-- > 0;) c->above.push_back(std::move(values[i]));
+    Item n;
+    n.kind = Item::Int;
+    n.i = cols;
+    c->above.push_back(n);
+    n.i = rows;
+    c->above.push_back(n);
+    return 0;
+}
+
+HostCallTable make_table() {
+    HostCallTable t{};
+    t.PeekType = slot_peek_type;
+    t.PushInt = slot_push_int;
+    t.PushLong = slot_push_long;
+    t.PushDateTime = slot_push_datetime;
+    t.PushDouble = slot_push_double;
+    t.PushString = slot_push_string;
+    t.PopInt = slot_pop_int;
+    t.PopLong = slot_pop_long;
+    t.PopDouble = slot_pop_double;
+    t.PopDate = slot_pop_date;
+    t.PopString = slot_pop_string;
+    t.PeekStringLength = slot_peek_string_length;
+    t.Matches = slot_matches;
+    t.ExecuteQuery = slot_execute_query;
+    return t;
+}
+const HostCallTable g_table = make_table();
+
+}  // namespace
+
+const HostCallTable &call_table() { return g_table; }
+
+}  // namespace udfkit::sqlite

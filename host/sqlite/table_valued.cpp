@@ -1,0 +1,161 @@
+// Two-result functions as eponymous table-valued functions of one row:
+// two result columns, then one hidden column per argument.
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "host/sqlite/call.hpp"
+
+namespace udfkit::sqlite {
+
+namespace {
+
+struct Vtab {
+    sqlite3_vtab base;
+    const Resolved *fn;
+    sqlite3 *db;
+};
+
+struct Cursor {
+    sqlite3_vtab_cursor base;
+    std::vector<Item> results;
+    std::vector<sqlite3_value *> args;
+    int32_t rtype = 0;
+    bool eof = true;
+};
+
+int vt_connect(sqlite3 *db, void *aux, int, const char *const *, sqlite3_vtab **out, char **) {
+    const auto *r = static_cast<const Resolved *>(aux);
+    std::string schema = "CREATE TABLE x(\"";
+    schema += r->row->column1 ? r->row->column1 : "value";
+    schema += "\",\"";
+    schema += r->row->column2 ? r->row->column2 : "value2";
+    schema += "\"";
+    for (int i = 0; i < r->row->max_args; ++i) schema += ",arg" + std::to_string(i + 1) + " HIDDEN";
+    schema += ")";
+    int rc = sqlite3_declare_vtab(db, schema.c_str());
+    if (rc != SQLITE_OK) return rc;
+    auto *v = static_cast<Vtab *>(sqlite3_malloc(sizeof(Vtab)));
+    if (!v) return SQLITE_NOMEM;
+    std::memset(v, 0, sizeof *v);
+    v->fn = r;
+    v->db = db;
+    *out = &v->base;
+    return SQLITE_OK;
+}
+
+int vt_disconnect(sqlite3_vtab *vt) {
+    sqlite3_free(vt);
+    return SQLITE_OK;
+}
+
+int vt_best_index(sqlite3_vtab *vt, sqlite3_index_info *info) {
+    const auto *v = reinterpret_cast<Vtab *>(vt);
+    const int nargs = v->fn->row->max_args;
+    int seen = 0;
+    for (int i = 0; i < info->nConstraint; ++i) {
+        const auto &c = info->aConstraint[i];
+        if (c.iColumn < 2 || c.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
+        if (!c.usable) return SQLITE_CONSTRAINT;
+        const int k = c.iColumn - 2;
+        if (k >= nargs) continue;
+        info->aConstraintUsage[i].argvIndex = k + 1;
+        info->aConstraintUsage[i].omit = 1;
+        seen |= 1 << k;
+    }
+    if (seen != (1 << nargs) - 1) return SQLITE_CONSTRAINT;  // every argument is required
+    info->idxNum = nargs;
+    info->estimatedCost = 1;
+    info->estimatedRows = 1;
+    return SQLITE_OK;
+}
+
+void free_args(Cursor *c) {
+    for (sqlite3_value *v : c->args) sqlite3_value_free(v);
+    c->args.clear();
+}
+
+int vt_open(sqlite3_vtab *, sqlite3_vtab_cursor **out) {
+    auto *c = new (std::nothrow) Cursor();
+    if (!c) return SQLITE_NOMEM;
+    *out = &c->base;
+    return SQLITE_OK;
+}
+
+int vt_close(sqlite3_vtab_cursor *cur) {
+    auto *c = reinterpret_cast<Cursor *>(cur);
+    free_args(c);
+    delete c;
+    return SQLITE_OK;
+}
+
+int vt_filter(sqlite3_vtab_cursor *cur, int idx_num, const char *, int argc, sqlite3_value **argv) {
+    auto *c = reinterpret_cast<Cursor *>(cur);
+    const auto *v = reinterpret_cast<Vtab *>(cur->pVtab);
+    free_args(c);
+    c->results.clear();
+    try {
+        for (int i = 0; i < argc; ++i) c->args.push_back(sqlite3_value_dup(argv[i]));
+        CallState state;
+        state.db = v->db;
+        state.collect = true;
+        run(*v->fn, state, argc, c->args.data());
+        c->results = std::move(state.results);
+        c->rtype = state.rtype;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+    c->eof = c->results.empty();  // a function that pushed nothing gives no row
+    return SQLITE_OK;
+}
+
+int vt_next(sqlite3_vtab_cursor *cur) {
+    reinterpret_cast<Cursor *>(cur)->eof = true;
+    return SQLITE_OK;
+}
+
+int vt_eof(sqlite3_vtab_cursor *cur) { return reinterpret_cast<Cursor *>(cur)->eof; }
+
+int vt_column(sqlite3_vtab_cursor *cur, sqlite3_context *ctx, int i) {
+    auto *c = reinterpret_cast<Cursor *>(cur);
+    if (i < 2) {
+        if (static_cast<size_t>(i) < c->results.size())
+            emit_item(ctx, c->results[i], c->rtype);
+        else
+            sqlite3_result_null(ctx);
+    } else if (static_cast<size_t>(i - 2) < c->args.size()) {
+        sqlite3_result_value(ctx, c->args[i - 2]);
+    }
+    return SQLITE_OK;
+}
+
+int vt_rowid(sqlite3_vtab_cursor *, sqlite3_int64 *rowid) {
+    *rowid = 1;
+    return SQLITE_OK;
+}
+
+sqlite3_module make_module() {
+    sqlite3_module m{};
+    m.iVersion = 0;
+    m.xCreate = nullptr;  // eponymous only: the function name is the table
+    m.xConnect = vt_connect;
+    m.xBestIndex = vt_best_index;
+    m.xDisconnect = vt_disconnect;
+    m.xDestroy = vt_disconnect;
+    m.xOpen = vt_open;
+    m.xClose = vt_close;
+    m.xFilter = vt_filter;
+    m.xNext = vt_next;
+    m.xEof = vt_eof;
+    m.xColumn = vt_column;
+    m.xRowid = vt_rowid;
+    return m;
+}
+const sqlite3_module g_module = make_module();
+
+}  // namespace
+
+const sqlite3_module &table_module() { return g_module; }
+
+}  // namespace udfkit::sqlite
