@@ -5,6 +5,7 @@
 // value from the top and PeekType(k >= 0) the k-th from the bottom; an
 // empty stack pops a null and is reported as an underflow.
 #include "host/testhost.hpp"
+#include "sqlhelp/text.hpp"
 
 #include <sqlite3.h>
 
@@ -126,6 +127,8 @@ int32_t slot_matches(const char *pattern, const char *text) {
 int32_t slot_execute_query(const char *sql) {
     TestHost &h = host();
     h.queries.emplace_back(sql ? sql : "");
+    sqlhelp::QueryDepth depth;  // a handler may run functions that query again
+    if (!depth.entered()) return -1;
     QueryRows rows;
     if (!h.query || !h.query(h.queries.back(), rows)) return -1;
     // From the top: row count, column count, then the first row's first

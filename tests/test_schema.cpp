@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <functional>
 #include <string>
 
 #include "host/testhost.hpp"
+#include "sqlhelp/text.hpp"
 #include "tests/sqlite_fixture.hpp"
 #include "udfkit/sqlfunc.h"
 
@@ -125,6 +128,28 @@ TEST(Schema, LongResultsAreCut) {
     Outcome some = h.call(colattribute, {I(7), I(1), S("key5")});
     EXPECT_EQ(some.result().s, std::string(127, 'v'));
     EXPECT_EQ(h.call(coltype2string, {I(200), I(0)}).result().s, std::string(127, 't'));
+}
+
+// A catalogue whose values come from the catalogue functions themselves:
+// each query runs the function again, which queries again.  The nesting
+// stops at the bound, where the query fails and the function falls back.
+TEST(Schema, NestedCatalogueQueriesAreBounded) {
+    int depth = 0, deepest = 0;
+    std::function<bool(const std::string &, QueryRows &)> handler =
+        [&](const std::string &, QueryRows &out) {
+            deepest = std::max(deepest, ++depth);
+            TestHost inner;
+            inner.query = handler;
+            Value v = inner.call(colattribute, {I(1), I(7), S("label")}).result();
+            --depth;
+            out.columns = 1;
+            out.rows = {{v}};
+            return true;
+        };
+    TestHost h;
+    h.query = handler;
+    EXPECT_TRUE(h.call(colattribute, {I(1), I(7), S("label")}).exact(1));
+    EXPECT_EQ(deepest, udfkit::sqlhelp::kMaxQueryDepth);
 }
 
 TEST(Schema, Describe) {

@@ -25,6 +25,7 @@
 
 #include "host/sqlite/call.hpp"
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/text.hpp"
 
 namespace udfkit::sqlite {
 
@@ -152,6 +153,10 @@ int32_t slot_matches(const char *pattern, const char *text) {
 int32_t slot_execute_query(const char *sql) {
     CallState *c = current_call();
     if (!c || !c->db || !sql) return -1;
+    // A statement may call a function that queries again (a catalogue
+    // table that is a view over the catalogue functions): bounded.
+    sqlhelp::QueryDepth depth;
+    if (!depth.entered()) return -1;
     sqlite3_stmt *st = nullptr;
     if (sqlite3_prepare_v2(c->db, sql, -1, &st, nullptr) != SQLITE_OK || !st) {
         sqlite3_finalize(st);

@@ -1,0 +1,74 @@
+// Hostile SQL through the SQLite extension: statements a database user
+// could write to crash the engine, stall it, or get broken values back.
+// Each case once crashed, hung or answered wrongly.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "tests/sqlite_fixture.hpp"
+
+using udfkit::test::SqliteDb;
+
+namespace {
+
+// The first value of the first row, rendered as the fixture renders it,
+// or "error: " and SQLite's message.
+std::string answer(SqliteDb &db, const std::string &sql) {
+    sqlite3_stmt *st = nullptr;
+    std::string out = "<no row>";
+    int rc = sqlite3_prepare_v2(db.handle(), sql.c_str(), -1, &st, nullptr);
+    if (rc == SQLITE_OK && (rc = sqlite3_step(st)) == SQLITE_ROW)
+        out = SqliteDb::render(st, 0);
+    else if (rc != SQLITE_DONE)
+        out = std::string("error: ") + sqlite3_errmsg(db.handle());
+    sqlite3_finalize(st);
+    return out;
+}
+
+struct Case {
+    const char *what;
+    const char *setup;  // statements run first on a fresh connection
+    const char *sql;    // a query whose first value is checked
+    const char *want;   // the value, or "error: " and a part of the message
+    int max_ms = 0;     // when set, the query must answer within this time
+};
+
+const Case kCases[] = {
+    // Catalogue tables that are views over the catalogue functions: each
+    // lookup runs the function again; the nesting is bounded and the
+    // innermost lookup falls back.
+    {"syscolattr calling colattribute",
+     "create view syscolattr as select 1 tabid, 7 colno, 'label' attrkey,"
+     " colattribute(1, 7, 'label') attrvalue",
+     "select colattribute(1, 7, 'label')", "NULL"},
+    {"syscolattr calling colattributes",
+     "create view syscolattr as select 1 tabid, 7 colno, 'k' attrkey,"
+     " colattributes(1, 7) attrvalue",
+     "select colattributes(1, 7)", "k=k=k=k="},
+    {"systypes calling coltype2string",
+     "create view systypes as select 100 typeid, coltype2string(100, 0) typename",
+     "select coltype2string(100, 0)", "? ? ?(100)"},
+};
+
+TEST(SqliteHostile, Reproducers) {
+    for (const Case &c : kCases) {
+        SqliteDb db;
+        if (*c.setup) db.exec(c.setup);
+        const auto start = std::chrono::steady_clock::now();
+        const std::string got = answer(db, c.sql);
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::steady_clock::now() - start).count();
+        const std::string want = c.want;
+        if (want.rfind("error: ", 0) == 0) {
+            EXPECT_NE(got.find(want.substr(7)), std::string::npos) << c.what << ": " << got;
+        } else {
+            EXPECT_EQ(got, want) << c.what;
+        }
+        if (c.max_ms) {
+            EXPECT_LE(ms, c.max_ms) << c.what;
+        }
+    }
+}
+
+}  // namespace
