@@ -67,13 +67,83 @@ static_assert(days_to_year0(3) == 1096 && days_to_year0(160) == 58439 &&
 
 namespace udfkit::date {
 
-Ymd split(Date n) noexcept {
-    const Ymd r = civil_from_days(static_cast<int64_t>(n) - kUnixEpochDay);
-    if (n >= 1 && n <= kFastLast) {
-        LastYear = r.year;
-        LastDate = DaysToYear0[r.year - 1810];
+namespace {
+
+// Day numbers shifted to count from 1 March of a year far enough back
+// (14700 cycles of 400 years before year 0) that every 32-bit day number
+// counts from 0.  Years start in March so that the leap day ends them.
+constexpr int64_t kCycles = 14700;
+constexpr int64_t kMarchShift = 719468 - kUnixEpochDay + 146097 * kCycles;
+static_assert(kMarchShift + INT32_MIN >= 0);
+
+// The year counted from March (shifted) and the day within it (0 ... 365,
+// 0 = 1 March).
+struct MarchYear {
+    uint32_t year;
+    uint32_t day;
+};
+
+inline MarchYear march_year(Date n) noexcept {
+    // Centuries: a 400-year cycle of 146097 days is four centuries of
+    // 36524.25 days, so counted in quarter days every century is as long.
+    const auto quarter = static_cast<uint64_t>(4 * (n + kMarchShift) + 3);
+    const uint32_t century = static_cast<uint32_t>(quarter / 146097);
+    const uint32_t in_century = static_cast<uint32_t>(quarter % 146097) | 3;
+    // Years of the century: 1461 days per four years, as a multiply
+    // whose high half is the year and whose low half the fraction of it
+    // (2939745 / 2^32 is 4 / 1461 to within the rounding the range allows).
+    const uint64_t product = uint64_t{2939745} * in_century;
+    const auto year = static_cast<uint32_t>(product >> 32);
+    const uint32_t day = static_cast<uint32_t>(product) / 2939745 / 4;
+    return {100 * century + year, day};
+}
+
+// Month (3 ... 14 from March) and day (0-based) of a day of a March year:
+// the months follow a 153-days-in-five pattern, 2141 / 65536 ~ 5 / 153.
+struct MonthDay {
+    uint32_t month;
+    uint32_t day;
+};
+
+inline MonthDay month_day(uint32_t march_day) noexcept {
+    const uint32_t x = 2141 * march_day + 197913;
+    return {x >> 16, (x & 0xffff) / 2141};
+}
+
+constexpr int32_t kYearShift = static_cast<int32_t>(400 * kCycles);
+
+// The civil year of a March year whose day is `day`: January and
+// February (days from 306 on) belong to the next civil year.
+inline int32_t civil_year(MarchYear y) noexcept {
+    return static_cast<int32_t>(y.year) - kYearShift + (y.day >= 306);
+}
+
+// LastYear/LastDate follow days 1 ... kFastLast to the start of their year.
+inline void keep_last_year(Date n, int32_t year) noexcept {
+    if (static_cast<uint32_t>(n) - 1 < static_cast<uint32_t>(kFastLast)) {
+        LastYear = year;
+        LastDate = DaysToYear0[year - 1810];
     }
+}
+
+inline Ymd split_here(Date n) noexcept {
+    const MarchYear y = march_year(n);
+    const MonthDay md = month_day(y.day);
+    const bool next = y.day >= 306;
+    const Ymd r{civil_year(y), static_cast<int32_t>(next ? md.month - 12 : md.month),
+                static_cast<int32_t>(md.day + 1)};
+    keep_last_year(n, r.year);
     return r;
+}
+
+}  // namespace
+
+Ymd split(Date n) noexcept { return split_here(n); }
+
+int32_t year_of(Date n) noexcept {
+    const int32_t year = civil_year(march_year(n));
+    keep_last_year(n, year);
+    return year;
 }
 
 #define UDFKIT_D10(t) t "0" t "1" t "2" t "3" t "4" t "5" t "6" t "7" t "8" t "9"
@@ -187,9 +257,9 @@ UDFKIT_API Date mdy2date(int32_t month, int32_t day, int32_t year) {
     return dmy2days(day, month, year);
 }
 
-UDFKIT_API int32_t daydate(Date n) { return split(n).day; }
-UDFKIT_API int32_t monthdate(Date n) { return split(n).month; }
-UDFKIT_API int32_t yeardate(Date n) { return split(n).year; }
+UDFKIT_API int32_t daydate(Date n) { return split_here(n).day; }
+UDFKIT_API int32_t monthdate(Date n) { return split_here(n).month; }
+UDFKIT_API int32_t yeardate(Date n) { return year_of(n); }
 
 UDFKIT_API int32_t weekdaydate(Date n) {
     const int32_t r = n % 7;

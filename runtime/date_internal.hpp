@@ -37,23 +37,11 @@ constexpr int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
     return era * 146097 + doe - 719468;
 }
 
-// Inverse of days_from_civil.
-constexpr Ymd civil_from_days(int64_t z) {
-    z += 719468;
-    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    const int64_t doe = z - era * 146097;
-    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const int64_t mp = (5 * doy + 2) / 153;
-    const int64_t d = doy - (153 * mp + 2) / 5 + 1;
-    const int64_t m = mp < 10 ? mp + 3 : mp - 9;
-    const int64_t y = yoe + era * 400 + (m <= 2);
-    return Ymd{static_cast<int32_t>(y), static_cast<int32_t>(m), static_cast<int32_t>(d)};
-}
-
 // Year, month and day of a day number.  In the range 1 ... kFastLast it
 // leaves LastYear/LastDate at the start of the year it found.
 Ymd split(Date n) noexcept;
+// The year alone, with the same effect on LastYear/LastDate.
+int32_t year_of(Date n) noexcept;
 
 // "00" ... "99".
 extern const char kTwoDigits[201];
