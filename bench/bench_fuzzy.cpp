@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -143,6 +144,42 @@ void BM_SearchFiveTermsMisspelt(benchmark::State &state) {
     search(state, "optoin +fichiet 'ligne de comande'");
 }
 
+// Long words: 20 random terms of L letters against 1 MiB of random words
+// of L letters (a-z, fixed seed), every word in range of every term and
+// no word close to any term, so each pair costs a whole matrix.  L 250
+// needs four machine words per row, L 60 one: the long case should cost
+// at most about four times the short one.
+struct LongWords {
+    std::string pattern, text;
+};
+const LongWords &long_words(int len) {
+    static std::map<int, LongWords> made;
+    LongWords &w = made[len];
+    if (!w.text.empty()) return w;
+    std::mt19937 rng(4242 + len);
+    auto word = [&](std::string &out) {
+        for (int i = 0; i < len; ++i) out += static_cast<char>('a' + rng() % 26);
+    };
+    for (int k = 0; k < 20; ++k) {
+        if (k) w.pattern += ' ';
+        word(w.pattern);
+    }
+    while (w.text.size() < kTextSize) {
+        word(w.text);
+        w.text += ' ';
+    }
+    return w;
+}
+void BM_SearchLongWords(benchmark::State &state) {
+    const LongWords &w = long_words(static_cast<int>(state.range(0)));
+    std::strcpy(IsoCode, "UTF-8");
+    Phonetiseur = Phonex;
+    double score = 0;
+    for (auto _ : state) score += FuzzySearch(w.pattern.c_str(), w.text.c_str());
+    benchmark::DoNotOptimize(score);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(w.text.size()));
+}
+
 // Word pairs of 3 to 12 bytes: standard words of the prose against a few
 // terms of the same lengths.
 struct Pairs {
@@ -240,6 +277,7 @@ BENCHMARK(BM_SearchFiveTermsPhrase)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchDigitsMisspelt)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchPhoneticMisspelt)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchFiveTermsMisspelt)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SearchLongWords)->Arg(60)->Arg(250)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PhonexWords)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevTwoRows)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevDistCutOff)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);

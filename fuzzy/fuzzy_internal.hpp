@@ -38,8 +38,16 @@ int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int
 
 // The second string of an edit distance, prepared once for many first
 // strings (a search compares every word of a text with the same term).
+// Up to 64 bytes it is held as is; longer strings (up to the 255-byte
+// limit) get a table of match vectors, one 64-bit word per 64 positions
+// for each distinct byte, on the heap.
 class LevPattern {
 public:
+    LevPattern() = default;
+    ~LevPattern();
+    LevPattern(const LevPattern &) = delete;
+    LevPattern &operator=(const LevPattern &) = delete;
+
     // s2 must stay valid while the object is used.
     void set(const char *s2, int32_t l2) noexcept;
     // LevDist (use_cut false) or LevDistCutOff (use_cut true) of s1, of
@@ -48,11 +56,18 @@ public:
 
 private:
     int32_t bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept;
+    int32_t words(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept;
     uint64_t match(char c) const noexcept;
+    void set_long() noexcept;
     alignas(16) char buf_[64];  // the first 64 bytes of s2, zero-padded
     const char *s2_ = nullptr;
     int32_t l2_ = 0;
-    int blocks_ = 0;
+    int blocks_ = 0;  // 16-byte blocks of buf_ in use
+    int words_ = 0;   // 64-bit words per match vector of a long string
+    // Long strings: 256 row numbers by byte, then the rows of words_
+    // match vectors (row 0: no match); null when the table could not be
+    // made, and the two-row programme is used instead.
+    unsigned char *table_ = nullptr;
 };
 
 // Fills TabVoyelle (idempotent).

@@ -1,15 +1,18 @@
 // Edit distance: LevDist and LevDistCutOff.
 //
 // Both give the result of the two-row dynamic programme (rows over the bytes
-// of s1, cells over the positions of s2).  When s2 holds at most 64 bytes,
-// a whole row is computed at once as bit vectors of the differences between
-// neighbouring cells (Myers' bit-parallel method in Hyyro's formulation for
-// the global distance); longer strings take the two-row programme itself.
-// LevDistCutOff on two words of up to 16 bytes, with a bound the cut-off
-// rule cannot reach, computes the plain distance with the shorter word
-// driving the rows and the longer one in an SSE register.
+// of s1, cells over the positions of s2).  A whole row is computed at once
+// as bit vectors of the differences between neighbouring cells (Myers'
+// bit-parallel method in Hyyro's formulation for the global distance): in
+// one machine word when s2 holds at most 64 bytes, otherwise in blocks of
+// 64 positions that pass the difference at their last cell on to the next
+// block, like the carry of an addition.  LevDistCutOff on two words of up to
+// 16 bytes, with a bound the cut-off rule cannot reach, computes the plain
+// distance with the shorter word driving the rows and the longer one in an
+// SSE register.
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -104,18 +107,99 @@ inline uint64_t low_bits(int32_t n) {  // bits 0 .. n-1
     return n >= 64 ? ~uint64_t{0} : (uint64_t{1} << n) - 1;
 }
 
+constexpr int kMaxWords = (kMaxLen + 63) / 64;
+
+// For 4 cells whose rises and falls are the 4 low bits of p and of m
+// (index p | m << 4): the change from the cell before them to the last,
+// and the lowest of the 4 relative to the cell before them.
+struct NibbleWalk {
+    int8_t sum[256] = {}, low[256] = {};
+    constexpr NibbleWalk() {
+        for (int i = 0; i < 256; ++i) {
+            int v = 0, lowest = 4;
+            for (int k = 0; k < 4; ++k) {
+                v += ((i >> k) & 1) - ((i >> (k + 4)) & 1);
+                lowest = std::min(lowest, v);
+            }
+            sum[i] = static_cast<int8_t>(v);
+            low[i] = static_cast<int8_t>(lowest);
+        }
+    }
+};
+constexpr NibbleWalk kNibbles;
+
+// Whether some cell of a block falls below cut: the cell before the block
+// holds start, bit k of p (m) says that cell k + 1 of the block rises
+// (falls); bits past the block's last cell are clear.
+bool block_dips_below(int32_t start, uint64_t p, uint64_t m, int32_t cut) {
+    int32_t v = start;
+    for (; p | m; p >>= 4, m >>= 4) {
+        const unsigned i = static_cast<unsigned>((p & 15) | ((m & 15) << 4));
+        if (v + kNibbles.low[i] < cut) return true;
+        v += kNibbles.sum[i];
+    }
+    return false;
+}
+
+// The cut-off test on row i of a string in blocks: every cell 1..l2 at or
+// above cut?  end[b] is the cell at the last position of block b.
+bool row_at_or_above(int32_t i, int32_t cut, int32_t l2, int nwords, const uint64_t *pv,
+                     const uint64_t *mv, const int32_t *end) {
+    for (int b = 0; b < nwords; ++b)
+        if (end[b] < cut) return false;
+    // Only cells with |i - j| < cut can be below cut (a cell is at least
+    // the difference of its prefix lengths), and in a block whose cells
+    // cannot fall far enough from either end none is.
+    const int32_t lo = std::max(1, i - cut + 1), hi = std::min(l2, i + cut - 1);
+    for (int b = (lo - 1) / 64; lo <= hi && b <= (hi - 1) / 64; ++b) {
+        const uint64_t valid = low_bits(std::min(64, l2 - 64 * b));
+        const uint64_t p = pv[b] & valid, m = mv[b] & valid;
+        const int32_t start = b > 0 ? end[b - 1] : i;
+        if (start - ones(m) >= cut || end[b] - ones(p) >= cut) continue;
+        if (block_dips_below(start, p, m, cut)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 namespace udfkit::fuzzy {
+
+LevPattern::~LevPattern() { std::free(table_); }
 
 void LevPattern::set(const char *s2, int32_t l2) noexcept {
     s2_ = s2;
     l2_ = l2;
     blocks_ = l2 <= 64 ? (l2 + 15) / 16 : 0;
+    words_ = 0;
+    std::free(table_);
+    table_ = nullptr;
     if (l2 <= 64) {
         std::memset(buf_, 0, static_cast<size_t>(blocks_) * 16);
         std::memcpy(buf_, s2, static_cast<size_t>(l2));
+    } else if (l2 <= kMaxLen) {
+        set_long();
     }
+}
+
+// The match table of a string of 65 to 255 bytes: one row of match
+// vectors per distinct byte, so that its size follows the string.
+void LevPattern::set_long() noexcept {
+    unsigned char row[256] = {};
+    int rows = 1;
+    for (int32_t j = 0; j < l2_; ++j) {
+        unsigned char &r = row[static_cast<unsigned char>(s2_[j])];
+        if (r == 0) r = static_cast<unsigned char>(rows++);
+    }
+    const int nw = (l2_ + 63) / 64;
+    void *mem = std::calloc(1, 256 + sizeof(uint64_t) * static_cast<size_t>(rows * nw));
+    if (!mem) return;  // distance() falls back to the two-row programme
+    table_ = static_cast<unsigned char *>(mem);
+    std::memcpy(table_, row, sizeof row);
+    uint64_t *vec = reinterpret_cast<uint64_t *>(table_ + 256);
+    for (int32_t j = 0; j < l2_; ++j)
+        vec[row[static_cast<unsigned char>(s2_[j])] * nw + j / 64] |= uint64_t{1} << (j % 64);
+    words_ = nw;
 }
 
 // Bit j of match(c) is set when s2[j] == c.  c is never NUL (it comes from
@@ -204,12 +288,56 @@ int32_t LevPattern::bits(const char *s1, int32_t l1, int32_t cut, bool use_cut) 
     return run_bits([this](char c) { return match(c); }, s1, l1, l2_, cut, use_cut);
 }
 
+// The distance of s1 (l1 >= 1 bytes) and a prepared string of 65 to 255
+// bytes, in blocks of 64 positions.  Block b passes to block b + 1 how its
+// last cell changed from the row before (+1, 0 or -1), as cell 0 passes +1
+// to block 0; end[b] follows that cell.  With use_cut, returns kTooLarge
+// after the first row whose cells 1..l2 are all at or above cut.
+int32_t LevPattern::words(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
+    const int nw = words_;
+    const uint64_t *vec = reinterpret_cast<const uint64_t *>(table_ + 256);
+    const uint64_t top = uint64_t{1} << ((l2_ - 1) % 64);  // last cell of the last block
+    uint64_t pv[kMaxWords], mv[kMaxWords];
+    int32_t end[kMaxWords];
+    for (int b = 0; b < nw; ++b) {  // row 0 is 0, 1, ..., l2
+        pv[b] = ~uint64_t{0};
+        mv[b] = 0;
+        end[b] = std::min(64 * (b + 1), l2_);
+    }
+    for (int32_t i = 1; i <= l1; ++i) {
+        const uint64_t *eq = vec + table_[static_cast<unsigned char>(s1[i - 1])] * nw;
+        int32_t in = 1;  // the change of the cell before the block
+        for (int b = 0; b < nw; ++b) {
+            // A fall coming in lets the first cell follow it as a match
+            // would; a rise or a fall enters the shifted differences.
+            const uint64_t rise_in = static_cast<uint64_t>(in > 0), fall_in = static_cast<uint64_t>(in < 0);
+            const uint64_t xv = eq[b] | mv[b];
+            const uint64_t m = eq[b] | fall_in;
+            const uint64_t xh = (((m & pv[b]) + pv[b]) ^ pv[b]) | m;
+            const uint64_t ph = mv[b] | ~(xh | pv[b]);
+            const uint64_t mh = pv[b] & xh;
+            const uint64_t last = b == nw - 1 ? top : uint64_t{1} << 63;
+            in = static_cast<int32_t>((ph & last) != 0) - static_cast<int32_t>((mh & last) != 0);
+            end[b] += in;
+            const uint64_t phs = (ph << 1) | rise_in, mhs = (mh << 1) | fall_in;
+            pv[b] = mhs | ~(xv | phs);
+            mv[b] = phs & xv;
+        }
+        // Cell 1 is at most i and the last cell is end[nw - 1]: most rows
+        // are settled without looking further.
+        if (use_cut && i >= cut && end[nw - 1] >= cut && row_at_or_above(i, cut, l2_, nw, pv, mv, end))
+            return kTooLarge;
+    }
+    return end[nw - 1];
+}
+
 int32_t LevPattern::distance(const char *s1, int32_t l1, int32_t cut, bool use_cut) const noexcept {
     if (l1 == 0) return l2_;
     if (l2_ == 0) return l1;
     if (l1 > kMaxLen || l2_ > kMaxLen) return kTooLarge;
     if (use_cut && (l1 > l2_ ? l1 - l2_ : l2_ - l1) >= cut) return kTooLarge;
     if (l2_ <= 64) return bits(s1, l1, cut, use_cut);
+    if (table_) return words(s1, l1, cut, use_cut);
     return lev_two_rows(s1, l1, s2_, l2_, cut, use_cut);
 }
 

@@ -168,16 +168,79 @@ TEST(LevDist, EveryShortLengthPairInExactBlocks) {
             }
 }
 
-TEST(LevDist, LongStringsBothWays) {
-    // 100-byte strings take the two-row path; a short one against a long
-    // one takes the swapped bit-vector path of LevDist.
-    std::string a(100, 'A'), b(100, 'A');
-    b[50] = 'B';
-    EXPECT_EQ(LevDist(a.c_str(), b.c_str()), 1);
-    EXPECT_EQ(LevDist("AAB", a.c_str()), 98);
-    EXPECT_EQ(LevDist(a.c_str(), "AAB"), 98);
-    EXPECT_EQ(LevDistCutOff(a.c_str(), b.c_str(), 1), 1000000);
-    EXPECT_EQ(LevDistCutOff(a.c_str(), b.c_str(), 2), 1);
+// The two-row programme once per pair, keeping the least cell 1..l2 of
+// each row: the cut-off rule for any cut is then read from it.
+struct Rows {
+    std::vector<int32_t> least;  // least[i - 1]: row i
+    int32_t last = 0;
+    Rows(const std::string &a, const std::string &b) {
+        const size_t l2 = b.size();
+        std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
+        for (size_t j = 0; j <= l2; ++j) prev[j] = (int32_t)j;
+        for (size_t i = 1; i <= a.size(); ++i) {
+            cur[0] = prev[0] + 1;
+            int32_t low = INT32_MAX;
+            for (size_t j = 1; j <= l2; ++j) {
+                cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
+                low = std::min(low, cur[j]);
+            }
+            least.push_back(low);
+            std::swap(prev, cur);
+        }
+        last = prev[l2];
+    }
+    int32_t with_cut(int32_t l1, int32_t l2, int32_t cut) const {
+        if (l1 == 0 || l2 == 0) return l1 + l2;
+        if (l1 > 255 || l2 > 255 || std::abs(l1 - l2) >= cut) return 1000000;
+        for (int32_t v : least)
+            if (v >= cut) return 1000000;
+        return last;
+    }
+};
+
+// Lengths around the machine-word boundaries and up to the limit and past
+// it, each pair over alphabets from 2 bytes to 200 (bytes above 0x7F
+// included), as random strings and as one string and an edited copy of it
+// (small distances, so that the cut-off fires at every row).  Every cut
+// near the distance and a spread of others.
+TEST(LevDist, LongStringsSameAsTheTwoRowProgramme) {
+    const int32_t lengths[] = {0, 1, 5, 63, 64, 65, 100, 127, 128, 129, 192, 193, 250, 255, 256, 1000};
+    const int alphabets[] = {2, 4, 26, 200};
+    std::mt19937 rng(64);
+    auto letter = [&](int alphabet) { return (char)(alphabet > 26 ? 1 + rng() % alphabet : 'A' + rng() % alphabet); };
+    long mismatches = 0;
+    for (int32_t l1 : lengths)
+        for (int32_t l2 : lengths)
+            for (int alphabet : alphabets)
+                for (bool edited : {false, true}) {
+                    std::string a(l1, ' '), b(l2, ' ');
+                    for (char &c : a) c = letter(alphabet);
+                    for (char &c : b) c = letter(alphabet);
+                    if (edited) {  // a copy of a, a few bytes changed, cut or padded to l2
+                        b = a.substr(0, l2);
+                        for (int k = rng() % 8; k > 0 && !b.empty(); --k) b[rng() % b.size()] = letter(alphabet);
+                        while ((int32_t)b.size() < l2) b += letter(alphabet);
+                    }
+                    if (mismatches >= 10) return;
+                    const bool small = l1 <= 255 && l2 <= 255;
+                    const Rows rows(small ? a : "", small ? b : "");
+                    const int32_t plain = small ? rows.with_cut(l1, l2, INT32_MAX) : rows.with_cut(l1, l2, 0);
+                    if (LevDist(a.c_str(), b.c_str()) != plain) {
+                        ++mismatches;
+                        ADD_FAILURE() << "LevDist " << l1 << "/" << l2 << " alphabet " << alphabet;
+                    }
+                    std::vector<int32_t> cuts = {-1, 0, 1, 255, 1000000};
+                    for (int32_t d = -3; d <= 3; ++d) cuts.push_back(rows.last + d);
+                    for (int32_t c = 2; c < std::max(l1, l2); c += 1 + rng() % 9) cuts.push_back(c);
+                    for (int32_t cut : cuts) {
+                        const int32_t want = small ? rows.with_cut(l1, l2, cut) : rows.with_cut(l1, l2, 0);
+                        if (LevDistCutOff(a.c_str(), b.c_str(), cut) != want) {
+                            ++mismatches;
+                            ADD_FAILURE() << "LevDistCutOff " << l1 << "/" << l2 << " alphabet " << alphabet
+                                          << (edited ? " edited" : "") << " cut " << cut << ": want " << want;
+                        }
+                    }
+                }
 }
 
 }  // namespace
