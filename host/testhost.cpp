@@ -110,7 +110,7 @@ void slot_pop_string(char *buf, int32_t cap) {
     Value v = host().pop();
     if (cap <= 0) return;  // no room even for the terminator
     std::string s = v.text();
-    size_t n = std::min(s.size(), static_cast<size_t>(cap - 1));
+    const size_t n = sqlhelp::pop_length(s.data(), s.size(), cap);
     std::memcpy(buf, s.data(), n);
     buf[n] = '\0';
 }
@@ -157,9 +157,8 @@ std::string Value::text() const {
     case Null: return "";
     case String: return s;
     case Double: {
-        char buf[64];
-        std::snprintf(buf, sizeof buf, "%.15g", d);
-        return buf;
+        char buf[sqlhelp::kRealTextMax];
+        return std::string(buf, sqlhelp::real_to_text(d, buf));
     }
     default: return std::to_string(i);
     }

@@ -47,6 +47,12 @@ size_t utf8_cut(const char *s, size_t len, size_t max) noexcept {
     return max;
 }
 
+size_t pop_length(const char *s, size_t len, int64_t capacity) noexcept {
+    if (capacity <= 1) return 0;
+    if (capacity == 2) return len < 1 ? len : 1;
+    return utf8_cut(s, len, static_cast<size_t>(capacity - 1));
+}
+
 bool utf8_valid(const char *s, size_t len) noexcept {
     const auto *u = reinterpret_cast<const unsigned char *>(s);
     size_t i = 0;

@@ -12,6 +12,12 @@ namespace udfkit::sqlhelp {
 // inside a UTF-8 character.  Bytes that are not UTF-8 are cut anywhere.
 size_t utf8_cut(const char *s, size_t len, size_t max) noexcept;
 
+// How many bytes of s[0, len) PopString writes into a buffer of `capacity`
+// bytes (terminator included): at most capacity - 1, cut with utf8_cut.  A
+// pop of capacity 2 asks for one character, which to the library is one
+// byte: it gets the first byte, whatever character it starts.
+size_t pop_length(const char *s, size_t len, int64_t capacity) noexcept;
+
 // Whether s[0, len) is valid UTF-8 (no overlong forms, no surrogates,
 // nothing above U+10FFFF).
 bool utf8_valid(const char *s, size_t len) noexcept;

@@ -20,6 +20,21 @@ TEST(Utf8, CutNeverSplitsACharacter) {
         EXPECT_EQ(utf8_cut(c.text.data(), c.text.size(), c.max), c.want) << c.text << " " << c.max;
 }
 
+TEST(Utf8, PopLength) {
+    struct Case { std::string text; int64_t capacity; size_t want; } cases[] = {
+        {"abc", 10, 3},
+        {"abc", 3, 2},
+        {"a\xC3\xA9", 3, 1},          // é does not fit whole
+        {"\xC3\xA9", 2, 1},           // one character: one byte
+        {"\xC3\xA9", 1, 0},
+        {"\xC3\xA9", 0, 0},
+        {"", 2, 0},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(pop_length(c.text.data(), c.text.size(), c.capacity), c.want)
+            << c.text << " " << c.capacity;
+}
+
 TEST(Utf8, Validity) {
     struct Case { std::string text; bool ok; } cases[] = {
         {"", true}, {"plain", true}, {"\xC3\xA9t\xC3\xA9", true}, {"\xF4\x8F\xBF\xBF", true},

@@ -1,6 +1,8 @@
 // The SQLite bridge itself: what it registers and how values cross it.
 #include <gtest/gtest.h>
 
+#include <charconv>
+#include <cmath>
 #include <string>
 
 #include "tests/sqlite_fixture.hpp"
@@ -44,3 +46,63 @@ TEST(SqliteBridge, RegistersEveryRowOfTheTable) {
 }
 
 }  // namespace
+
+// One end-to-end check per rule of how values cross the bridge.
+TEST(SqliteBridge, ValueRules) {
+    SqliteDb db;
+    const struct {
+        const char *sql, *want;
+    } cases[] = {
+        // reals pop as plain decimal text, the shortest that reads back
+        {"select concat(2.5e15)", "2500000000000000"},
+        {"select concat(0.00005)", "0.00005"},
+        {"select concat(-1e-7, ' ', 0.1)", "-0.0000001 0.1"},
+        // a text popped into a smaller buffer ends on a whole character
+        {"select length(upper(printf('%.*c', 1100, 'é')))", "i:1023"},
+        // a one-character pop takes a byte
+        {"select valascii(char(233))", "i:-61"},
+        // a character cut at an end of a result is dropped
+        {"select hex(lastchars('xÉÉ', 3))", "C389"},
+        {"select lastchars('aÉ', 1)", "NULL"},
+        // bytes in another character set come back as a BLOB, UTF-8 as text
+        {"select typeof(convert('é', 'UTF-8', 'ISO-8859-1'))", "blob"},
+        {"select convert('abc', 'UTF-8', 'ISO-8859-1')", "abc"},
+        {"select convert(x'e9', 'ISO-8859-1', 'UTF-8')", "é"},
+        // so does any other result that is not UTF-8
+        {"select typeof(upper(x'61ff62'))", "blob"},
+        {"select typeof(upper('abc'))", "text"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
+}
+
+// A picture mask lays out a real exactly as it lays out the same number
+// written as text, across the whole range of doubles.
+TEST(SqliteBridge, MasksReadRealsAsTheirText) {
+    SqliteDb db;
+    sqlite3_stmt *st = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db.handle(), "select format(?1, ?3), format(?2, ?3)", -1, &st,
+                                 nullptr),
+              SQLITE_OK);
+    const char *masks[] = {"&&&&&&&&&&&&&&&&&&&", "#.#####", "-###,###,###,###,###,##&.&&&&"};
+    int compared = 0;
+    for (int e = -320; e <= 308; e += 3) {
+        for (double m : {1.0, 2.5, 9.87654321, -4.25}) {
+            const double d = m * std::pow(10.0, e);
+            if (!std::isfinite(d)) continue;
+            char text[400];
+            auto r = std::to_chars(text, text + sizeof text, d, std::chars_format::fixed);
+            ASSERT_EQ(r.ec, std::errc());
+            for (const char *mask : masks) {
+                sqlite3_bind_double(st, 1, d);
+                sqlite3_bind_text(st, 2, text, static_cast<int>(r.ptr - text), SQLITE_TRANSIENT);
+                sqlite3_bind_text(st, 3, mask, -1, SQLITE_STATIC);
+                ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
+                EXPECT_EQ(SqliteDb::render(st, 0), SqliteDb::render(st, 1)) << d << " " << mask;
+                sqlite3_reset(st);
+                ++compared;
+            }
+        }
+    }
+    sqlite3_finalize(st);
+    EXPECT_GT(compared, 2000);
+}

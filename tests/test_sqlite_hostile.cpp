@@ -49,6 +49,24 @@ const Case kCases[] = {
     {"systypes calling coltype2string",
      "create view systypes as select 100 typeid, coltype2string(100, 0) typename",
      "select coltype2string(100, 0)", "? ? ?(100)"},
+
+    // Reals reach the library as plain decimal text, never in exponent form.
+    {"format of a huge real", "", "select format(2.5e15, '&&&&&&&&&&&&&&&&&&&')",
+     "0002500000000000000"},
+    {"format of a tiny real", "", "select format(0.00005, '#.#####')", " .00005"},
+
+    // Text results are UTF-8 (a client fails the whole query on one bad row).
+    {"upper of a 2,500-byte accented text", "",
+     "select typeof(x) || length(x) from (select upper(printf('%.*c', 1250, 'é')) x)", "text1023"},
+    {"lower of a 2,500-byte accented text", "",
+     "select typeof(x) || length(x) from (select lower(printf('%.*c', 1250, 'É')) x)", "text1023"},
+    {"lastchars cutting an ellipsis", "", "select lastchars('…É…', 7)", "É…"},
+    {"lastchars of bytes inside characters", "",
+     "select lastchars(printf('%.*c', 10, '…'), 17)", "……………"},
+    {"fuzzyexcerpt window starting inside a character", "",
+     "select typeof(x) || instr(hex(x), 'E280A6') from"
+     " (select fuzzyexcerpt('mot', 'x…………… mot', 2, 10) x)", "text1"},
+    {"convert to ISO-8859-1", "", "select hex(convert('é', 'UTF-8', 'ISO-8859-1'))", "E9"},
 };
 
 TEST(SqliteHostile, Reproducers) {

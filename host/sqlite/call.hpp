@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/sqlite/bridge.hpp"
+#include "sqlhelp/text.hpp"
 #include "udfkit/sqlfunc.h"
 
 namespace udfkit::sqlite {
@@ -36,6 +37,7 @@ struct FunctionRow {
 struct Resolved {
     const FunctionRow *row;
     void *fn;
+    bool bytes;  // its text result is bytes by design (UDFKIT_BYTE_RESULTS)
 };
 
 // ------------------------------------------------------------ values
@@ -53,9 +55,17 @@ struct Item {
 int32_t clamp32(int64_t v);
 int16_t code_of(sqlite3_value *v);
 int16_t code_of(const Item &it);
-// The text of a value as PopString hands it over.
+// The text of a value as PopString hands it over: SQLite's text or bytes,
+// a float in plain decimal notation, an integer in decimal.
+struct ValueText {
+    const char *data = "";
+    size_t len = 0;
+    char scratch[sqlhelp::kRealTextMax];
+    void set_real(double d);
+};
+void text_of(sqlite3_value *v, ValueText &out);
+void text_of(const Item &it, ValueText &out);
 std::string item_text(const Item &it);
-void text_of(sqlite3_value *v, const char *&data, size_t &len);
 
 // One call: its SQL arguments (the last on top), above them the values an
 // ExecuteQuery stacked, beneath them an aggregate's accumulated text.
@@ -68,6 +78,7 @@ struct CallState {
     Item below;
     bool below_present = false;
     int32_t rtype = 0, rsize = 0;
+    bool bytes = false;  // the function's text result is bytes by design
     bool collect = false;
     std::vector<Item> results;  // Collect mode
     int pushed = 0;
@@ -99,11 +110,14 @@ Popped pop_value();
 bool popped_null(const Popped &p);
 int64_t popped_int64(const Popped &p);
 
-// Results into SQLite, with the nulls of the declared result type.
-void emit_string(sqlite3_context *ctx, const char *s, int32_t rtype);
+// Results into SQLite, with the nulls of the declared result type.  A text
+// result goes back as text when it is UTF-8 and as a BLOB otherwise;
+// `bytes` marks a function whose text is in a character set the call
+// names, which the bridge leaves whole.
+void emit_string(sqlite3_context *ctx, const char *s, bool bytes);
 void emit_int(sqlite3_context *ctx, int64_t v, int32_t rtype, unsigned subtype);
 void emit_double(sqlite3_context *ctx, double d);
-void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype);
+void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype, bool bytes);
 
 // ------------------------------------------------------------ calls
 

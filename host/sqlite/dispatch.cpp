@@ -40,6 +40,7 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
     for (int i = 0; i < argc; ++i) descs[i] = describe_arg(argv[i]);
     state.argv = argv;
     state.args_left = argc;
+    state.bytes = r.bytes;
 
     LibraryLock lock(library_lock());
     CallScope scope(state);
@@ -100,12 +101,13 @@ void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
 }
 
 void aggregate_final(sqlite3_context *ctx) {
+    const auto *r = static_cast<const Resolved *>(sqlite3_user_data(ctx));
     auto *a = static_cast<AggState *>(sqlite3_aggregate_context(ctx, 0));
     if (!a || !a->acc) {
         sqlite3_result_null(ctx);
         return;
     }
-    emit_string(ctx, a->acc->c_str(), UDF_T_CHAR);
+    emit_string(ctx, a->acc->c_str(), r->bytes);
     delete a->acc;
     a->acc = nullptr;
 }

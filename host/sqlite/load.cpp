@@ -6,6 +6,7 @@ SQLITE_EXTENSION_INIT1
 
 #include <dlfcn.h>
 
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -19,6 +20,12 @@ NativeBlock *g_natives = nullptr;
 #define UDFKIT_ROW(name, min, max, kind, state, c1, c2) {#name, min, max, kind, state, c1, c2},
 constexpr FunctionRow kFunctions[] = {UDFKIT_ALL_SQLFUNCS(UDFKIT_ROW)};
 #undef UDFKIT_ROW
+
+bool bytes_result(const char *name) {
+#define UDFKIT_IS(fn) || std::strcmp(name, #fn) == 0
+    return false UDFKIT_BYTE_RESULTS(UDFKIT_IS);
+#undef UDFKIT_IS
+}
 
 std::vector<Resolved> *g_resolved = nullptr;
 std::string g_load_error;
@@ -48,7 +55,7 @@ bool resolve_all() {
                 delete list;
                 return;
             }
-            list->push_back({&row, fn});
+            list->push_back({&row, fn, bytes_result(row.name)});
         }
         g_resolved = list;
         // Date settings are fixed once per process, before any date work.

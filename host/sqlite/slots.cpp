@@ -8,6 +8,9 @@
 //   PopDate, INT64_MIN for PopLong, the all-ones double for PopDouble, the
 //   empty string for PopString; texts pop as numbers the way SQLite
 //   converts them, and integers outside 32 bits are clamped by PopInt;
+// - a real pops as text in plain decimal notation, the shortest that reads
+//   back to the same double; PopString never ends a text inside a UTF-8
+//   character, except a one-character pop (capacity 2), which takes a byte;
 // - a pop from an empty stack gives the same null values;
 // - PeekType(-k) describes the k-th value from the top, other positions
 //   the value at that depth from the bottom (-1 if there is none);
@@ -16,9 +19,10 @@
 //   NULL: the empty string for every type, INT16_MIN for smallint,
 //   INT32_MIN for integer, serial and date (and day 0), INT64_MIN for the
 //   64-bit types, the all-ones double for float;
+// - a text result loses a UTF-8 character cut at either end, and goes back
+//   as a BLOB when it is still not UTF-8 (so does a result in another
+//   character set, which is left whole);
 // - results beyond the first of a scalar function are dropped.
-// The library keeps process-wide state and expects its functions one at a
-// time: every call holds one process-wide (recursive) lock.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -41,7 +45,7 @@ void push_result(MakeItem make, EmitDirect direct) {
     if (c->collect) {
         c->results.push_back(make());
     } else if (c->pushed == 0 && c->ctx) {
-        direct(c->ctx, c->rtype);
+        direct(c->ctx, *c);
     }
     ++c->pushed;
 }
@@ -68,33 +72,33 @@ const HostValueDesc *slot_peek_type(int32_t position) {
 
 void slot_push_int(int32_t v) {
     push_result([&] { Item it; it.kind = Item::Int; it.i = v; return it; },
-                [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, 0); });
+                [&](sqlite3_context *ctx, const CallState &c) { emit_int(ctx, v, c.rtype, 0); });
 }
 void slot_push_long(int64_t v) {
     push_result([&] { Item it; it.kind = Item::Int; it.i = v; return it; },
-                [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, 0); });
+                [&](sqlite3_context *ctx, const CallState &c) { emit_int(ctx, v, c.rtype, 0); });
 }
 void slot_push_datetime(int64_t v) {
     push_result(
         [&] { Item it; it.kind = Item::Int; it.i = v; it.subtype = kDateTimeSubtype; return it; },
-        [&](sqlite3_context *ctx, int32_t rt) { emit_int(ctx, v, rt, kDateTimeSubtype); });
+        [&](sqlite3_context *ctx, const CallState &c) { emit_int(ctx, v, c.rtype, kDateTimeSubtype); });
 }
 void slot_push_double(double v) {
     push_result([&] { Item it; it.kind = Item::Real; it.d = v; return it; },
-                [&](sqlite3_context *ctx, int32_t) { emit_double(ctx, v); });
+                [&](sqlite3_context *ctx, const CallState &) { emit_double(ctx, v); });
 }
 void slot_push_string(const char *s) {
     push_result([&] { Item it; it.kind = Item::Text; it.s = s ? s : ""; return it; },
-                [&](sqlite3_context *ctx, int32_t rt) { emit_string(ctx, s, rt); });
+                [&](sqlite3_context *ctx, const CallState &c) { emit_string(ctx, s, c.bytes); });
 }
 
 void slot_pop_int(int32_t *out) {
     Popped p = pop_value();
-    *out = popped_null(p) ? INT32_MIN : clamp32(popped_int64(p));
+    *out = popped_null(p) ? nulls::kInteger : clamp32(popped_int64(p));
 }
 void slot_pop_long(int64_t *out) {
     Popped p = pop_value();
-    *out = popped_null(p) ? INT64_MIN : popped_int64(p);
+    *out = popped_null(p) ? nulls::kLong : popped_int64(p);
 }
 void slot_pop_date(int32_t *out) { slot_pop_int(out); }
 void slot_pop_double(double *out) {
@@ -113,39 +117,26 @@ void slot_pop_double(double *out) {
 void slot_pop_string(char *buf, int32_t cap) {
     Popped p = pop_value();
     if (cap <= 0) return;  // no room even for the terminator: nothing written
-    const char *data = "";
-    size_t len = 0;
-    std::string owned;
-    if (!popped_null(p)) {
-        if (p.v) {
-            text_of(p.v, data, len);
-        } else {
-            owned = item_text(p.item);
-            data = owned.data();
-            len = owned.size();
-        }
-    }
-    size_t n = len < static_cast<size_t>(cap - 1) ? len : static_cast<size_t>(cap - 1);
-    std::memcpy(buf, data, n);
+    ValueText t;
+    if (p.v)
+        text_of(p.v, t);
+    else
+        text_of(p.item, t);
+    const size_t n = sqlhelp::pop_length(t.data, t.len, cap);
+    std::memcpy(buf, t.data, n);
     buf[n] = '\0';
 }
 int32_t slot_peek_string_length() {
-    CallState *c = current_call();
-    size_t len = 0;
-    if (c) {
-        if (!c->above.empty()) {
-            len = item_text(c->above.back()).size();
-        } else if (c->args_left > 0) {
-            sqlite3_value *v = c->argv[c->args_left - 1];
-            if (sqlite3_value_type(v) != SQLITE_NULL) {
-                const char *d;
-                text_of(v, d, len);
-            }
-        } else if (c->below_present) {
-            len = item_text(c->below).size();
-        }
+    ValueText t;
+    if (CallState *c = current_call()) {
+        if (!c->above.empty())
+            text_of(c->above.back(), t);
+        else if (c->args_left > 0)
+            text_of(c->argv[c->args_left - 1], t);
+        else if (c->below_present)
+            text_of(c->below, t);
     }
-    return len >= INT32_MAX ? INT32_MAX : static_cast<int32_t>(len + 1);
+    return t.len >= INT32_MAX ? INT32_MAX : static_cast<int32_t>(t.len + 1);
 }
 int32_t slot_matches(const char *pattern, const char *text) {
     return sqlite3_strglob(pattern ? pattern : "", text ? text : "") == 0 ? 1 : 0;
@@ -170,9 +161,13 @@ int32_t slot_execute_query(const char *sql) {
         ++rows;
         for (int i = 0; i < cols; ++i) {
             Item it;
-            if (sqlite3_column_type(st, i) == SQLITE_INTEGER) {
+            const int type = sqlite3_column_type(st, i);
+            if (type == SQLITE_INTEGER) {
                 it.kind = Item::Int;
                 it.i = sqlite3_column_int64(st, i);
+            } else if (type == SQLITE_FLOAT) {
+                it.kind = Item::Text;
+                it.s = item_text(Item{Item::Real, 0, sqlite3_column_double(st, i), {}, 0});
             } else {
                 it.kind = Item::Text;
                 const unsigned char *t = sqlite3_column_text(st, i);

@@ -1,5 +1,6 @@
 // The value stack of a call: SQLite arguments and values the bridge owns,
 // how they read as numbers and text, and how results go back to SQLite.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 
 #include "host/sqlite/call.hpp"
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/text.hpp"
 
 namespace udfkit::sqlite {
 
@@ -91,51 +93,71 @@ int64_t popped_int64(const Popped &p) {
     }
 }
 
-// The text of a stacked value, without popping it.
-void text_of(sqlite3_value *v, const char *&data, size_t &len) {
-    if (sqlite3_value_type(v) == SQLITE_BLOB) {
+void text_of(sqlite3_value *v, ValueText &out) {
+    switch (sqlite3_value_type(v)) {
+    case SQLITE_NULL: break;
+    case SQLITE_FLOAT: out.set_real(sqlite3_value_double(v)); break;
+    case SQLITE_BLOB: {
         const void *b = sqlite3_value_blob(v);
-        data = static_cast<const char *>(b ? b : "");
-    } else {
-        const unsigned char *t = sqlite3_value_text(v);
-        data = reinterpret_cast<const char *>(t ? t : (const unsigned char *)"");
+        out.data = static_cast<const char *>(b ? b : "");
+        out.len = static_cast<size_t>(sqlite3_value_bytes(v));
+        break;
     }
-    len = static_cast<size_t>(sqlite3_value_bytes(v));
+    default: {
+        const unsigned char *t = sqlite3_value_text(v);
+        out.data = reinterpret_cast<const char *>(t ? t : (const unsigned char *)"");
+        out.len = static_cast<size_t>(sqlite3_value_bytes(v));
+    }
+    }
+}
+
+void text_of(const Item &it, ValueText &out) {
+    switch (it.kind) {
+    case Item::Null: break;
+    case Item::Real: out.set_real(it.d); break;
+    case Item::Int:
+        out.len = static_cast<size_t>(
+            std::snprintf(out.scratch, sizeof out.scratch, "%" PRId64, it.i));
+        out.data = out.scratch;
+        break;
+    case Item::Text:
+        out.data = it.s.data();
+        out.len = it.s.size();
+        break;
+    }
+}
+
+void ValueText::set_real(double d) {
+    len = sqlhelp::real_to_text(d, scratch);
+    data = scratch;
 }
 
 std::string item_text(const Item &it) {
-    char buf[64];
-    switch (it.kind) {
-    case Item::Int: std::snprintf(buf, sizeof buf, "%" PRId64, it.i); return buf;
-    case Item::Real: sqlite3_snprintf(sizeof buf, buf, "%!.15g", it.d); return buf;
-    case Item::Text: return it.s;
-    default: return {};
-    }
+    ValueText t;
+    text_of(it, t);
+    return std::string(t.data, t.len);
 }
 
 // ------------------------------------------------------------ results
 
-void emit_string(sqlite3_context *ctx, const char *s, int32_t rtype) {
-    if (!s || !*s)
-        sqlite3_result_null(ctx);
+void emit_string(sqlite3_context *ctx, const char *s, bool bytes) {
+    if (nulls::is_text_null(s)) return sqlite3_result_null(ctx);
+    size_t len = std::strlen(s);
+    // A result in another character set stays as it is; any other text
+    // loses a character cut at either end.
+    if (!bytes) sqlhelp::utf8_trim_ends(s, len);
+    if (len == 0) return sqlite3_result_null(ctx);
+    const int n = static_cast<int>(std::min<size_t>(len, INT32_MAX));
+    if (sqlhelp::utf8_valid(s, len))
+        sqlite3_result_text(ctx, s, n, SQLITE_TRANSIENT);
     else
-        sqlite3_result_text(ctx, s, -1, SQLITE_TRANSIENT);
+        sqlite3_result_blob(ctx, s, n, SQLITE_TRANSIENT);
 }
 
 void emit_int(sqlite3_context *ctx, int64_t v, int32_t rtype, unsigned subtype) {
-    bool null = false;
-    switch (rtype) {
-    case UDF_T_SMALLINT: null = static_cast<int16_t>(v) == INT16_MIN; break;
-    case UDF_T_INTEGER: case UDF_T_SERIAL: case UDF_T_DATETIME32: null = v == INT32_MIN; break;
-    case UDF_T_DATE: null = v == INT32_MIN || v == 0; subtype = kDateSubtype; break;
-    case UDF_T_LONGINT: case UDF_T_TIMESTAMP: case UDF_T_DATETIME: null = v == INT64_MIN; break;
-    default: break;
-    }
-    if (subtype == kDateTimeSubtype && v == INT64_MIN) null = true;
-    if (null) {
-        sqlite3_result_null(ctx);
-        return;
-    }
+    if (rtype == UDF_T_DATE) subtype = kDateSubtype;
+    if (nulls::is_int_null(v, rtype) || (subtype == kDateTimeSubtype && v == nulls::kLong))
+        return sqlite3_result_null(ctx);
     sqlite3_result_int64(ctx, v);
     if (subtype) sqlite3_result_subtype(ctx, subtype);
 }
@@ -147,12 +169,12 @@ void emit_double(sqlite3_context *ctx, double d) {
         sqlite3_result_double(ctx, d);
 }
 
-void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype) {
+void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype, bool bytes) {
     switch (it.kind) {
     case Item::Null: sqlite3_result_null(ctx); break;
     case Item::Int: emit_int(ctx, it.i, rtype, it.subtype); break;
     case Item::Real: emit_double(ctx, it.d); break;
-    case Item::Text: emit_string(ctx, it.s.c_str(), rtype); break;
+    case Item::Text: emit_string(ctx, it.s.c_str(), bytes); break;
     }
 }
 

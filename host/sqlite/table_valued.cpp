@@ -119,9 +119,10 @@ int vt_eof(sqlite3_vtab_cursor *cur) { return reinterpret_cast<Cursor *>(cur)->e
 
 int vt_column(sqlite3_vtab_cursor *cur, sqlite3_context *ctx, int i) {
     auto *c = reinterpret_cast<Cursor *>(cur);
+    const auto *v = reinterpret_cast<Vtab *>(cur->pVtab);
     if (i < 2) {
         if (static_cast<size_t>(i) < c->results.size())
-            emit_item(ctx, c->results[i], c->rtype);
+            emit_item(ctx, c->results[i], c->rtype, v->fn->bytes);
         else
             sqlite3_result_null(ctx);
     } else if (static_cast<size_t>(i - 2) < c->args.size()) {
