@@ -317,21 +317,4 @@ TEST(Convert, ToDecimal) {
     EXPECT_EQ(cvt_decimal_prec(far.sv(), &out, 32 * 256 + 12), DEC_EROUNDPOS);
 }
 
-// Dates and datetimes meet at local midnight in any zone.
-TEST(Convert, LocalMidnightInZones) {
-    for (const char *z : {"Europe/Paris", "America/New_York", "Australia/Lord_Howe", "UTC"}) {
-        setenv("TZ", z, 1);
-        tzset();
-        for (int32_t day : {kXmas, kXmas - 270, 58440, 1}) {
-            Src d = date(day);
-            const time_t t = static_cast<time_t>(cvt_dtime(d.sv()));
-            struct tm parts;
-            ASSERT_NE(localtime_r(&t, &parts), nullptr) << z << " " << day;
-            EXPECT_EQ(parts.tm_hour * 60 + parts.tm_min, 0) << z << " " << day;
-            Src back = i64(t, UDF_T_TIMESTAMP);
-            EXPECT_EQ(cvt_date(back.sv()), day) << z;
-        }
-    }
-}
-
 }  // namespace

@@ -19,41 +19,27 @@ const bool kEnvironment = [] {
     return true;
 }();
 
-TEST(DateSql, ParsesPrintsAndSplitsDates) {
+TEST(DateSql, OneCheckPerFunction) {
     ASSERT_TRUE(kEnvironment);
     SqliteDb db;
     const struct { const char *sql, *want; } cases[] = {
         {"select todate('25/12/2020')", "i:77061"},
         {"select todate('2020-12-25', 'YMD4-')", "i:77061"},
         {"select todate('31/02/2020')", "NULL"},
-        {"select todate(null)", "NULL"},
         {"select datetext(77061)", "25/12/2020"},
         {"select datetext(0)", "NULL"},
-        {"select datetext(null)", "NULL"},
         {"select daydate(77061) || '.' || monthdate(77061) || '.' || yeardate(77061)",
          "25.12.2020"},
         {"select weekdaydate(todate('25/12/2020'))", "i:5"},
         {"select today()", "i:77061"},
-        {"select todate('today')", "i:77061"},
         {"select datesettings()", "DMY4/ YMD4-"},
-    };
-    for (auto c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
-}
-
-TEST(DateSql, DatetimesInLocalTime) {
-    SqliteDb db;
-    const struct { const char *sql, *want; } cases[] = {
+        // datetimes in local time
         {"select todatetime('2020-12-25 13:45:00')", "i:1608900300"},
         {"select datetimetext(1608900300)", "2020-12-25 13:45:00"},
         {"select todatetime('2020-12-25 24:00')", "NULL"},
-        {"select datetimetext(null)", "NULL"},
     };
     for (auto c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
-}
-
-// A date made from text is a date to the library's functions.
-TEST(DateSql, MadeDatesCarryTheirType) {
-    SqliteDb db;
+    // A date made from text is a date to the library's functions.
     EXPECT_EQ(db.one("select subtype(todate('25/12/2020'))"), "i:68");
     EXPECT_EQ(db.one("select subtype(todatetime('2020-12-25'))"), "i:84");
 }
