@@ -65,40 +65,23 @@ Parsed parse(const std::string &text) {
 }
 
 TEST(JsonParser, Trees) {
-    const struct {
-        const char *text, *tree;
-    } cases[] = {
-        {"]", ""},
-        {"[]", "[]"},
-        {"[1,,2]", "[i:1,i:2]"},
-        {",,[1 2]", "[i:1,i:2]"},
-        {"{\"a\":}", "{}"},
+    const struct { const char *text, *tree; } cases[] = {
+        {"]", ""},                        {"[1,,2]", "[i:1,i:2]"},
+        {",,[1 2]", "[i:1,i:2]"},         {"{\"a\":}", "{}"},
         {"{\"a\" \t:1,,\"b\":2}", "{a=i:1,b=i:2}"},
         {"{\"a\":1 /* c */ , // d\n \"b\":[true,false,null]}", "{a=i:1,b=[b:1,b:0,null]}"},
-        {"0x1F", "i:31"},
-        {"017", "i:15"},
-        {"[08]", "[i:0,i:8]"},
-        {"-0x10", "i:-16"},
-        {"1.5e3", "d:1500/1"},
-        {"-2.5", "d:-2.5/-2"},
-        {"0.125", "d:0.125/0"},
-        {"1.e2", "d:100/1"},
-        {"1e-400", "d:0/1"},
-        {"0x10.8", "d:16.5/16"},
-        {"18446744073709551615", "i:-1"},
+        {"0x1F", "i:31"},                 {"017", "i:15"},
+        {"[08]", "[i:0,i:8]"},            {"-0x10", "i:-16"},
+        {"1.5e3", "d:1500/1"},            {"-2.5", "d:-2.5/-2"},
+        {"1.e2", "d:100/1"},              {"1e-400", "d:0/1"},
+        {"0x10.8", "d:16.5/16"},          {"18446744073709551615", "i:-1"},
         {"-9223372036854775808", "i:-9223372036854775808"},
         {"9223372036854775808", "i:-9223372036854775808"},
-        {"1 abc", "i:1"},
-        {"/**/7", "i:7"},
-        {"// x\n 8", "i:8"},
-        {"/* / */ 9", "i:9"},
-        {"\"a\\qb\"", "s:a\\qb"},
+        {"1 abc", "i:1"},                 {"/**/7", "i:7"},
+        {"/* / */ 9", "i:9"},             {"\"a\\qb\"", "s:a\\qb"},
         {"\"\\\"\\\\\\/\\b\\f\\n\\r\\t\"", "s:\"\\/\b\f\n\r\t"},
-        {"\"x\\u00e9y\"", "s:x\xc3\xa9y"},
-        {"\"\\ud83d\\ude00\"", "s:\xf0\x9f\x98\x80"},
-        {"\"\\u20AC\\u0041\"", "s:\xe2\x82\xac" "A"},
-        {"\"a\\u0000b\"", "s:a"},
-        {"[[[{\"k\":[{}]}]]]", "[[[{k=[{}]}]]]"},
+        {"\"x\\u00e9y\"", "s:x\xc3\xa9y"}, {"\"\\ud83d\\ude00\"", "s:\xf0\x9f\x98\x80"},
+        {"\"a\\u0000b\"", "s:a"},         {"[[[{\"k\":[{}]}]]]", "[[[{k=[{}]}]]]"},
         {"{\"a\\u0062\":\"c\"}", "{ab=s:c}"},
     };
     for (const auto &c : cases) {
@@ -111,39 +94,28 @@ TEST(JsonParser, Trees) {
 
 TEST(JsonParser, ErrorLines) {
     const std::string deep(udfkit::json::kMaxDepth + 1, '[');
-    const struct {
-        std::string text, line;
-    } cases[] = {
-        {"", "(263): unexpected end of text at "},
+    const struct { std::string text, line; } cases[] = {  // one per check
         {"[1,", "(263): unexpected end of text at "},
         {"\"abc", "(200): no closing quote for string at abc"},
-        {"{\"ab", "(200): no closing quote for string at ab"},
         {"\"\\u12G4\"", "(168): invalid unicode escape at \\u12G4\""},
-        {"\"\\u12", "(168): invalid unicode escape at \\u12"},
         {"\"\\ud83d\"", "(176): invalid unicode surrogate at \\ud83d\""},
         {"\"\\ud83d\\u0041\"", "(181): invalid unicode surrogate at \\ud83d\\u0041\""},
         {"\"\\ude00\"", "(187): invalid codepoint at \\ude00\""},
         {"/*", "(207): endless comment at /*"},
-        {"/* x", "(213): endless comment at /* x"},
         {"/*/", "(213): endless comment at /*/"},
         {"// x", "(368): endless comment at // x"},
         {"/x", "(376): unexpected chars at /x"},
         {"{// x", "(238): endless comment at // x"},
-        {"{/*", "(207): endless comment at /*"},
         {"{/x}", "(246): unexpected chars at /x}"},
         {"{\"a\"/**/:1}", "(228): unexpected chars at /**/:1}"},
-        {"{\"a\" 1}", "(228): unexpected chars at 1}"},
         {"{x", "(250): unexpected chars at x"},
         {"{", "(254): unexpected chars at "},
         {"{\"a\": }", "(381): unexpected chars at }"},
-        {"tru", "(346): unexpected chars at tru"},
-        {"fals", "(354): unexpected chars at fals"},
-        {"nul", "(361): unexpected chars at nul"},
-        {"@", "(381): unexpected chars at @"},
         {"[1 \xff]", "(381): unexpected chars at \xff]"},
         {"[1, {\"b\": [2, tru]}]", "(346): unexpected chars at tru]}]"},  // partial tree freed
+        {"fals", "(354): unexpected chars at fals"},
+        {"nul", "(361): unexpected chars at nul"},
         {"-", "(318): invalid number at -"},
-        {"-x", "(318): invalid number at -x"},
         {"99999999999999999999", "(318): invalid number at 99999999999999999999"},
         {"-9223372036854775809", "(318): invalid number at -9223372036854775809"},
         {"[1e999]", "(325): invalid number at 1e999]"},
@@ -165,10 +137,7 @@ TEST(JsonParser, ErrorLines) {
 }
 
 TEST(JsonParser, Utf8Encoding) {
-    const struct {
-        uint32_t cp;
-        const char *bytes;  // null: refused
-    } cases[] = {
+    const struct { uint32_t cp; const char *bytes; } cases[] = {  // null: refused
         {0x41, "A"},          {0x7F, "\x7f"},         {0x80, "\xc2\x80"},
         {0x7FF, "\xdf\xbf"},  {0x800, "\xe0\xa0\x80"}, {0xD7FF, "\xed\x9f\xbf"},
         {0xD800, nullptr},    {0xDFFF, nullptr},       {0xE000, "\xee\x80\x80"},
