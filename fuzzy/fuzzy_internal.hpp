@@ -70,8 +70,8 @@ private:
     unsigned char *table_ = nullptr;
 };
 
-// Fills TabVoyelle (idempotent).
-void fill_vowels() noexcept;
+// The number of terms in Recherche: up to the first null word.
+int term_count() noexcept;
 
 constexpr int32_t kTooLarge = UDFKIT_DISTANCE_TOO_LARGE;
 constexpr size_t kStdSize = UDFKIT_STDMOT_SIZE;

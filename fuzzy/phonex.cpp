@@ -9,9 +9,7 @@
 
 namespace {
 
-// The class table, as the first search fills it.  It starts filled so that
-// a key computed before any search (by a host calling Phonex directly)
-// already sees the vowels.
+// The vowel classes of TabVoyelle.
 struct VowelTable {
     unsigned char t[256] = {};
     constexpr VowelTable() {
@@ -308,16 +306,13 @@ UDFKIT_API void fuzzysetphonex(const HostCallTable *t, int32_t nargs, const ArgD
 
 }  // extern "C"
 
-namespace udfkit::fuzzy {
-
-void fill_vowels() noexcept {
+namespace {
+// TabVoyelle is filled when the library loads, so that every key, even one
+// computed before any search (by a host calling Phonex directly), sees the
+// vowels.
+const bool kVowelsAtLoad = [] {
     static constexpr VowelTable kTable;
     std::memcpy(TabVoyelle, kTable.t, sizeof TabVoyelle);
-}
-
-}  // namespace udfkit::fuzzy
-
-namespace {
-// The table is also filled when the library loads (see VowelTable).
-const bool kVowelsAtLoad = (udfkit::fuzzy::fill_vowels(), true);
+    return true;
+}();
 }  // namespace

@@ -279,8 +279,7 @@ UDFKIT_API void fuzzyrank(const HostCallTable *t, int32_t nargs, const ArgDesc *
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_FLOAT, 8)) return;
     udfkit::guarded([&] {
         if (nargs >= 3) {
-            t->PopString(IsoCode, UDFKIT_ISOCODE_SIZE);
-            IsoCode[UDFKIT_ISOCODE_SIZE - 1] = '\0';
+            udfkit::pop_into(t, IsoCode);
         } else {
             std::strcpy(IsoCode, "UTF-8");
         }

@@ -10,8 +10,6 @@ namespace {
 
 using namespace udfkit::fuzzy;
 
-int32_t Inited = 0;
-
 // Bytes that cut a text into words.  Tab and double quote are not among
 // them.
 struct WordDelimiters {
@@ -141,148 +139,8 @@ private:
     size_t slots_ = 0;
 };
 
-}  // namespace
-
-extern "C" {
-
-UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
-    int nterms = 0;
-    while (nterms < UDFKIT_MAX_TERMS && Recherche[nterms].word) ++nterms;
-    if (nterms == 0 || !text || length <= 0) return 0.0;
-
-    // The text ends at its first NUL byte, if one comes before length.
-    const size_t end = strnlen(text, static_cast<size_t>(length));
-
-    // The terms as this search reads them; the cutoffs are written back at
-    // the end, the best words as they are found.
-    struct Term {
-        int32_t op, length, cutoff, factor;
-        bool std;
-    };
-    Term terms[UDFKIT_MAX_TERMS];
-    bool cut_mode = true;  // no phrase continuation among the terms
-    LevPattern pat[UDFKIT_MAX_TERMS];
-    for (int j = 0; j < nterms; ++j) {
-        const SearchTerm &t = Recherche[j];
-        if (t.op == TERM_PHRASE) cut_mode = false;
-        pat[j].set(t.word, t.length);
-        Term &m = terms[j];
-        m.op = t.op;
-        m.length = t.length;
-        m.cutoff = t.cutoff;
-        m.factor = t.quoted ? 2 : 1;
-        m.std = t.std != 0;
-    }
-    // Lengths of standard words taken into account: min < n < max.
-    int32_t min_len = -1, max_len = 255;
-    if (nterms == 1) {
-        min_len = Recherche[0].length / 2;
-        max_len = (3 * Recherche[0].length) / 2;
-    }
-
-    double best[UDFKIT_MAX_TERMS] = {}, scores_a[UDFKIT_MAX_TERMS] = {}, scores_b[UDFKIT_MAX_TERMS] = {};
-    double *prev = scores_a, *cur = scores_b;  // previous and current word
-    const StdMode mode = std_mode();
-    const UpperTable upper;
-    PhonetiseurFn phon = Phonetiseur ? Phonetiseur : Phonex;
-    bool any_key = false;
-    for (int j = 0; j < nterms; ++j) any_key = any_key || !terms[j].std;
-    BoundCache bounds[UDFKIT_MAX_TERMS];
-    KeyCache keys(any_key && phon == Phonex ? end : 0);
-    char stdw[kStdSize];
-    char key[kKeySize];
-
-    size_t i = 0;
-    while (i < end) {
-        while (i < end && delimiter(text[i])) ++i;
-        if (i >= end) break;
-        const size_t off = i;
-        while (i < end && !delimiter(text[i])) ++i;
-        const size_t wlen = i - off;
-
-        // A standard word too long for the work buffer could never match
-        // (the distance gives up beyond 255 bytes): the word is skipped.
-        bool overflow = false;
-        const int32_t n = static_cast<int32_t>(make_std(mode, text + off, wlen, stdw, sizeof stdw, &overflow, &upper));
-        if (overflow || n == 0 || n <= min_len || n >= max_len) continue;
-
-        int32_t key_len = -1;  // not computed yet
-        for (int j = 0; j < nterms; ++j) {
-            Term &t = terms[j];
-            // Words that can change nothing for the term are passed over
-            // without a distance (and without a phonetic key):
-            //  - a phrase word after a word that did not continue the
-            //    phrase scores 0 whatever its distance;
-            //  - with the cut-off, a term whose best distance is 0 scores 0
-            //    on every later word and its cutoff stays 0;
-            //  - without it, a word score that is no better than floor
-            //    changes nothing: floor is the term's best score and, when
-            //    phrase words follow, theirs too (a phrase word scores at
-            //    most the score of the word before it for the term before
-            //    it).  A phrase word itself has floor 0.  At floor 1 no
-            //    score can do better.
-            double floor = 0.0;
-            if (!cut_mode && t.op != TERM_PHRASE) {
-                floor = best[j];
-                for (int k = j + 1; k < nterms && terms[k].op == TERM_PHRASE; ++k)
-                    floor = std::min(floor, best[k]);
-            }
-            if ((t.op == TERM_PHRASE && j > 0 && prev[j - 1] == 0.0) ||
-                (cut_mode ? t.cutoff <= 0 : floor >= 1.0)) {
-                cur[j] = 0.0;
-                continue;
-            }
-            const char *x = stdw;
-            int32_t xlen = n;
-            if (!t.std) {
-                if (key_len < 0) {
-                    if (phon == Phonex) {
-                        key_len = keys.key(stdw, n, key);
-                    } else {
-                        key[0] = '\0';
-                        phon(stdw, key);
-                        key[sizeof key - 1] = '\0';
-                        key_len = static_cast<int32_t>(std::strlen(key));
-                    }
-                }
-                x = key;
-                xlen = key_len;
-            }
-            double s = 0.0;
-            if (xlen > 0) {
-                const int32_t longest = std::max(t.length, xlen);
-                int32_t d;
-                if (cut_mode) {
-                    d = pat[j].distance(x, xlen, t.cutoff, true);
-                    t.cutoff = std::min(t.cutoff, d);
-                } else {
-                    // Only distances that score above the floor are needed
-                    // exactly: from the bound on, the distance may give up
-                    // (its answer is exact below the bound, and any distance
-                    // at or above it scores no more than the floor; such a
-                    // word then scores 0 here, which changes nothing either).
-                    const int32_t bound = bounds[j].get(floor, longest, t.factor);
-                    d = bound > 0 ? pat[j].distance(x, xlen, bound, true) : kTooLarge;
-                }
-                d *= t.factor;  // quoted terms count distances double
-                // A distance of the longest length or more scores 0 (and
-                // the division is spared).
-                if (d < longest) s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
-            }
-            if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
-            if (s > best[j]) {
-                best[j] = s;
-                SearchTerm &r = Recherche[j];
-                r.position = static_cast<int32_t>(off);
-                r.matchLength = static_cast<int32_t>(wlen);
-                r.score = s;
-            }
-            cur[j] = s;
-        }
-        std::swap(prev, cur);
-    }
-    for (int j = 0; j < nterms; ++j) Recherche[j].cutoff = terms[j].cutoff;
-
+// The fold of the terms' best scores by their operators, clamped to [0, 1].
+double fold(const double *best, int nterms) {
     double acc = 0.0;
     int count = 0;
     for (int j = 0; j < nterms; ++j) {
@@ -294,15 +152,213 @@ UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
         default: break;
         }
     }
-    double r = count > 0 ? acc / count : acc;
+    const double r = count > 0 ? acc / count : acc;
     return r < 0.0 ? 0.0 : r > 1.0 ? 1.0 : r;
 }
 
-UDFKIT_API double FuzzySearch(const char *pattern, const char *text) {
-    if (!Inited) {
-        fill_vowels();
-        Inited = 1;
+// One search of a text against the compiled table: the terms as it reads
+// them (their cutoffs are written back at the end, their best words as
+// they are found), the best score of each term and the scores of the
+// previous and the current word.
+class Scan {
+public:
+    Scan(int nterms, size_t text_len);
+    Scan(const Scan &) = delete;
+    Scan &operator=(const Scan &) = delete;
+
+    // The word of wlen bytes at text + off.
+    void word(const char *text, size_t off, size_t wlen);
+    // Writes the cutoffs back and gives the search's score.
+    double finish();
+
+private:
+    struct Term {
+        int32_t op, length, cutoff, factor;
+        bool std;
+    };
+    static bool any_phonetic(int nterms);
+    double floor_of(int j) const;
+    bool passed_over(int j, double floor) const;
+    double term_score(int j);
+    const char *compared(const Term &t, int32_t *len);
+    int32_t distance(int j, const char *x, int32_t xlen, double floor, int32_t longest);
+
+    const int nterms_;
+    Term terms_[UDFKIT_MAX_TERMS];
+    LevPattern pat_[UDFKIT_MAX_TERMS];
+    BoundCache bounds_[UDFKIT_MAX_TERMS];
+    bool cut_mode_ = true;  // no phrase continuation among the terms
+    // Lengths of standard words taken into account: min_len_ < n < max_len_.
+    int32_t min_len_ = -1, max_len_ = 255;
+    double best_[UDFKIT_MAX_TERMS] = {}, scores_a_[UDFKIT_MAX_TERMS] = {}, scores_b_[UDFKIT_MAX_TERMS] = {};
+    double *prev_ = scores_a_, *cur_ = scores_b_;
+    const StdMode mode_;
+    const UpperTable upper_;
+    const PhonetiseurFn phon_;
+    KeyCache keys_;
+    // The current word: its standard word, of length n_, and its key, of
+    // length key_len_ once computed (-1 before).
+    char stdw_[kStdSize];
+    char key_[kKeySize];
+    int32_t n_ = 0, key_len_ = -1;
+};
+
+bool Scan::any_phonetic(int nterms) {
+    for (int j = 0; j < nterms; ++j)
+        if (!Recherche[j].std) return true;
+    return false;
+}
+
+Scan::Scan(int nterms, size_t text_len)
+    : nterms_(nterms),
+      mode_(std_mode()),
+      phon_(Phonetiseur ? Phonetiseur : Phonex),
+      keys_(any_phonetic(nterms) && phon_ == Phonex ? text_len : 0) {
+    for (int j = 0; j < nterms; ++j) {
+        const SearchTerm &t = Recherche[j];
+        if (t.op == TERM_PHRASE) cut_mode_ = false;
+        pat_[j].set(t.word, t.length);
+        terms_[j] = Term{t.op, t.length, t.cutoff, t.quoted ? 2 : 1, t.std != 0};
     }
+    if (nterms == 1) {
+        min_len_ = Recherche[0].length / 2;
+        max_len_ = (3 * Recherche[0].length) / 2;
+    }
+}
+
+void Scan::word(const char *text, size_t off, size_t wlen) {
+    // A standard word too long for the work buffer could never match
+    // (the distance gives up beyond 255 bytes): the word is skipped.
+    bool overflow = false;
+    const auto n = static_cast<int32_t>(make_std(mode_, text + off, wlen, stdw_, sizeof stdw_, &overflow, &upper_));
+    if (overflow || n == 0 || n <= min_len_ || n >= max_len_) return;
+    n_ = n;
+    key_len_ = -1;
+    for (int j = 0; j < nterms_; ++j) {
+        const double s = term_score(j);
+        if (s > best_[j]) {  // ties keep the earlier word
+            best_[j] = s;
+            SearchTerm &r = Recherche[j];
+            r.position = static_cast<int32_t>(off);
+            r.matchLength = static_cast<int32_t>(wlen);
+            r.score = s;
+        }
+        cur_[j] = s;
+    }
+    std::swap(prev_, cur_);
+}
+
+// Words that can change nothing for a term are passed over without a
+// distance (and without a phonetic key):
+//  - a phrase word after a word that did not continue the phrase scores 0
+//    whatever its distance;
+//  - with the cut-off, a term whose best distance is 0 scores 0 on every
+//    later word and its cutoff stays 0;
+//  - without it, a word score that is no better than the floor changes
+//    nothing: the floor is the term's best score and, when phrase words
+//    follow, theirs too (a phrase word scores at most the score of the word
+//    before it for the term before it).  A phrase word itself has floor 0.
+//    At floor 1 no score can do better.
+double Scan::floor_of(int j) const {
+    if (cut_mode_ || terms_[j].op == TERM_PHRASE) return 0.0;
+    double floor = best_[j];
+    for (int k = j + 1; k < nterms_ && terms_[k].op == TERM_PHRASE; ++k) floor = std::min(floor, best_[k]);
+    return floor;
+}
+
+bool Scan::passed_over(int j, double floor) const {
+    const Term &t = terms_[j];
+    if (t.op == TERM_PHRASE && j > 0 && prev_[j - 1] == 0.0) return true;
+    return cut_mode_ ? t.cutoff <= 0 : floor >= 1.0;
+}
+
+// The score of term j for the current word.
+double Scan::term_score(int j) {
+    const Term &t = terms_[j];
+    const double floor = floor_of(j);
+    if (passed_over(j, floor)) return 0.0;
+    int32_t xlen;
+    const char *x = compared(t, &xlen);
+    double s = 0.0;
+    if (xlen > 0) {
+        const int32_t longest = std::max(t.length, xlen);
+        const int32_t d = distance(j, x, xlen, floor, longest) * t.factor;  // quoted terms count double
+        // A distance of the longest length or more scores 0 (and the
+        // division is spared).
+        if (d < longest) s = 1.0 - static_cast<double>(d) / static_cast<double>(longest);
+    }
+    if (t.op == TERM_PHRASE && j > 0) s *= prev_[j - 1];
+    return s;
+}
+
+// What the term is compared with: the standard word, or its phonetic key,
+// computed once per word for the first term that needs it.
+const char *Scan::compared(const Term &t, int32_t *len) {
+    if (t.std) {
+        *len = n_;
+        return stdw_;
+    }
+    if (key_len_ < 0) {
+        if (phon_ == Phonex) {
+            key_len_ = keys_.key(stdw_, n_, key_);
+        } else {
+            key_[0] = '\0';
+            phon_(stdw_, key_);
+            key_[sizeof key_ - 1] = '\0';
+            key_len_ = static_cast<int32_t>(std::strlen(key_));
+        }
+    }
+    *len = key_len_;
+    return key_;
+}
+
+int32_t Scan::distance(int j, const char *x, int32_t xlen, double floor, int32_t longest) {
+    Term &t = terms_[j];
+    if (cut_mode_) {
+        const int32_t d = pat_[j].distance(x, xlen, t.cutoff, true);
+        t.cutoff = std::min(t.cutoff, d);
+        return d;
+    }
+    // Only distances that score above the floor are needed exactly: from
+    // the bound on, the distance may give up (its answer is exact below the
+    // bound, and any distance at or above it scores no more than the floor;
+    // such a word then scores 0 here, which changes nothing either).
+    const int32_t bound = bounds_[j].get(floor, longest, t.factor);
+    return bound > 0 ? pat_[j].distance(x, xlen, bound, true) : kTooLarge;
+}
+
+double Scan::finish() {
+    for (int j = 0; j < nterms_; ++j) Recherche[j].cutoff = terms_[j].cutoff;
+    return fold(best_, nterms_);
+}
+
+}  // namespace
+
+int udfkit::fuzzy::term_count() noexcept {
+    int n = 0;
+    while (n < UDFKIT_MAX_TERMS && Recherche[n].word) ++n;
+    return n;
+}
+
+extern "C" {
+
+UDFKIT_API double _FuzzySearch(const char *text, int32_t length) {
+    const int nterms = term_count();
+    if (nterms == 0 || !text || length <= 0) return 0.0;
+    // The text ends at its first NUL byte, if one comes before length.
+    const size_t end = strnlen(text, static_cast<size_t>(length));
+    Scan scan(nterms, end);
+    for (size_t i = 0; i < end;) {
+        while (i < end && delimiter(text[i])) ++i;
+        if (i >= end) break;
+        const size_t off = i;
+        while (i < end && !delimiter(text[i])) ++i;
+        scan.word(text, off, i - off);
+    }
+    return scan.finish();
+}
+
+UDFKIT_API double FuzzySearch(const char *pattern, const char *text) {
     BuildRecherche(pattern);
     for (SearchTerm &t : Recherche) {
         if (!t.word) break;

@@ -55,7 +55,7 @@ UDFKIT_API char *Phonex(const char *word, char *out);
 UDFKIT_API char *PhonexNone(const char *word, char *out);
 
 /* Vowel classes by byte: 1 for A E I O U, 2 for '1' to '4', else 0.
- * Filled by the first fuzzy search. */
+ * Filled when the library loads. */
 UDFKIT_API extern unsigned char TabVoyelle[256];
 
 /* ---------------------------------------------------------- distance */
