@@ -201,18 +201,18 @@ UDFKIT_API void convert(const HostCallTable *t, int32_t nargs, const ArgDesc *ar
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_VCHAR, 65536)) return;
     guarded([&] {
         char tocode[128], fromcode[128];
-        tocode[0] = fromcode[0] = '\0';
-        t->PopString(tocode, sizeof tocode);
-        tocode[sizeof tocode - 1] = '\0';
-        t->PopString(fromcode, sizeof fromcode);
-        fromcode[sizeof fromcode - 1] = '\0';
+        udfkit::pop_into(t, tocode);
+        udfkit::pop_into(t, fromcode);
         PoppedText text(t);
         // The capacity counts the terminator: the text proper is one byte
         // shorter, and all of it is converted, NUL bytes included.
         int32_t n = text.capacity() - 1;
         char *conv = Iconv(text.c_str(), n, fromcode, tocode);
         if (conv) {
-            t->PushString(conv);
+            // The length is known once converted (a character set may take
+            // up to four bytes a character): over the host's limit nothing
+            // is pushed.
+            if (udfkit::result_fits(std::strlen(conv))) t->PushString(conv);
             std::free(conv);
         } else {
             t->PushString(text.c_str());
@@ -223,8 +223,7 @@ UDFKIT_API void convert(const HostCallTable *t, int32_t nargs, const ArgDesc *ar
 UDFKIT_API void fuzzysetisocode(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                                 int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_SMALLINT, 0)) return;
-    t->PopString(IsoCode, UDFKIT_ISOCODE_SIZE);
-    IsoCode[UDFKIT_ISOCODE_SIZE - 1] = '\0';
+    udfkit::pop_into(t, IsoCode);
 }
 
 }  // extern "C"

@@ -298,6 +298,76 @@ TEST_F(Fuzzy, Markers) {
     EXPECT_FALSE(d.touched_host);
 }
 
+// A result over the host's limit is refused before it is built: nothing
+// pushed, the call marked; at the limit it is pushed whole.
+TEST_F(Fuzzy, ResultsOverTheHostLimitAreRefused) {
+    TestHost h;
+    h.call(fuzzysetspans, {S(std::string(1000, 'o') + "%d"), S(std::string(1000, 'c'))});
+    std::string words;
+    for (int i = 0; i < 20; ++i) words += std::to_string(100000 + i) + " ";
+    std::string filler;
+    for (int i = 0; i < 1000; ++i) filler += "ab ";
+    const std::string far = filler + "Dupont " + filler + "Jean";
+    struct {
+        const char *name;
+        udfkit_sqlfunc fn;
+        std::vector<Value> args;
+    } cases[] = {
+        {"highlight, long markers", fuzzyhighlight, {S(words), S(words)}},
+        {"excerpt, long markers", fuzzyexcerpt, {S(words), S(words), I(2), I(100)}},
+        {"excerpt, pieces back to the start", fuzzyexcerpt, {S("dupont 999999 jean"), S(far), I(100000), I(1000000)}},
+        {"convert, growing", convert, {S(std::string(5000, '\xe9')), S("ISO-8859-1"), S("UTF-8")}},
+    };
+    for (const auto &c : cases) {
+        udfkit_set_result_limit(0);
+        const std::string full = call_str(c.fn, c.args);
+        ASSERT_GT(full.size(), 2000u) << c.name;
+        udfkit_set_result_limit((int64_t)full.size() - 1);
+        Outcome o = h.call(c.fn, c.args);
+        EXPECT_TRUE(o.exact(0)) << c.name;
+        EXPECT_EQ(udfkit_result_refused(), 1) << c.name;
+        udfkit_set_result_limit((int64_t)full.size());
+        o = h.call(c.fn, c.args);
+        EXPECT_TRUE(o.exact(1) && o.result().s == full) << c.name;
+        EXPECT_EQ(udfkit_result_refused(), 0) << c.name;
+    }
+    udfkit_set_result_limit(0);
+}
+
+bool valid_utf8(const std::string &s) {
+    for (size_t i = 0; i < s.size();) {
+        const unsigned char c = s[i];
+        const size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        if (n == 0 || i + n > s.size()) return false;
+        for (size_t k = 1; k < n; ++k)
+            if (((unsigned char)s[i + k] & 0xC0) != 0x80) return false;
+        i += n;
+    }
+    return true;
+}
+
+// Excerpt pieces of a UTF-8 text hold whole characters, whatever the
+// window widths; in a single-byte character set every byte is one.
+TEST_F(Fuzzy, ExcerptWindowsKeepWholeCharacters) {
+    const char *chars[] = {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"};
+    for (const char *ch : chars)
+        for (int lead = 0; lead < 4; ++lead)
+            for (int32_t length = 20; length <= 60; ++length) {
+                std::string side = std::string(lead, 'a');
+                for (int i = 0; i < 12; ++i) side += ch;
+                const std::string text = side + " Dupont " + side + "\nJean " + side;
+                const std::string got = call_str(fuzzyexcerpt, {S("dupont jean"), S(text), I(4), I(length)});
+                EXPECT_TRUE(valid_utf8(got)) << ch << " lead " << lead << " length " << length;
+            }
+    // The window would start on the second byte of an e acute: it starts
+    // after that character instead, and ends before a cut one.
+    EXPECT_EQ(call_str(fuzzyexcerpt, {S("dupont"), S("\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9 Dupont \xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9"), I(2), I(20)}),
+              "\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9 " + wrap("Dupont", 1.0) + " \xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9 ...");
+    // In ISO-8859-1 the same bytes are characters of their own.
+    EXPECT_EQ(call_str(fuzzyexcerpt, {S("dupont"), S("\xa9\xa9\xa9\xa9\xa9\xa9\xa9\xa9\xa9\xa9 Dupont"), I(2), I(20), D(0.1), S("ISO-8859-1")}),
+              "\xa9\xa9\xa9\xa9\xa9\xa9\xa9\xa9 " + wrap("Dupont", 1.0) + " ...");
+}
+
 TEST_F(Fuzzy, Describe) {
     TestHost h;
     struct {
