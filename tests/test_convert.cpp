@@ -43,7 +43,6 @@ Src num(uint16_t type, T v, uint16_t size = 8) {
     std::memcpy(s.cell, &v, sizeof v);
     return s;
 }
-Src i16(int16_t v) { return num(UDF_T_SMALLINT, v); }
 Src i32(int32_t v, uint16_t type = UDF_T_INTEGER) { return num(type, v); }
 Src i64(int64_t v, uint16_t type = UDF_T_LONGINT) { return num(type, v); }
 Src dbl(double v) { return num(UDF_T_FLOAT, v); }
@@ -113,7 +112,6 @@ TEST(Convert, IntegerTargets) {
         {"int text letters", as_int, txt("abc"), INT32_MIN, 0, 0},
         {"int text point first", as_int, txt(".5"), INT32_MIN, 0, 0},
         {"int text tab", as_int, txt("\t5"), INT32_MIN, 0, 0},
-        {"int text blanks", as_int, txt("   "), INT32_MIN, 0, 0},
         {"int text wraps", as_int, txt("3000000000"), -1294967296, 0, 2},
         {"int vchar NUL inside", as_int, vch(std::string("12\0" "34", 5)), 12, 0, 0},
         // floats move 0.0001 away from zero; beyond 64 bits (or NaN): the null,
@@ -132,7 +130,6 @@ TEST(Convert, IntegerTargets) {
         {"long 1e18: no range test", as_long, dbl(1e18), 1000000000000000000LL, 0, 0},
         {"int null float", as_int, null_of(UDF_T_FLOAT), INT32_MIN, 0, 0},
         {"int smallfloat", as_int, num<float>(UDF_T_SMALLFLOAT, 1.0f), INT32_MIN, 0, 0},
-        {"int user type", as_int, i32(5, 14), INT32_MIN, 0, 0},
         // decimals truncate; only the smallint target is range tested
         {"int decimal truncates", as_int, dec("-12345.678", 0x0803), -12345, 0, 0},
         {"int decimal not tested", as_int, dec("3000000000", 0x0a00), -1294967296, 0, 0},
@@ -142,12 +139,10 @@ TEST(Convert, IntegerTargets) {
         {"short integer wraps", as_short, i32(40000), -25536, 0, 1},
         {"short date null", as_short, null_of(UDF_T_DATE), INT16_MIN, 0, 0},
         {"long text", as_long, txt("9223372036854775807"), INT64_MAX, 0, 0},
-        {"long integer widened", as_long, i32(-1), -1, 0, 0},
         {"long empty vchar", as_long, vch(""), INT64_MIN, 0, 0},
         // dates: text under DBDATE, floats truncated without nudge
         {"date text after blanks", as_date, txt("   25/12/2020"), kXmas, 0, 0},
         {"date text bad day", as_date, txt("31/02/2020"), 0, 1, 0},
-        {"date text empty", as_date, txt(""), INT32_MIN, 0, 0},
         {"date float", as_date, dbl(-1.99999), -1, 0, 0},
         {"date decimal", as_date, dec("77061.9", 0x0601), kXmas, 0, 0},
         {"date datetime32", as_date, i32(int32_t(kXmas1345), UDF_T_DATETIME32), kXmas, 0, 0},
@@ -160,7 +155,6 @@ TEST(Convert, IntegerTargets) {
         {"dtime date 0 is null", as_dtime, date(0), INT64_MIN, 0, 0},
         {"dtime date", as_dtime, date(kXmas), kXmasMidnight, 0, 0},
         {"dtime decimal", as_dtime, dec("-3.5", 0x0201), -3, 0, 0},
-        {"dtime datetime32 widened", as_dtime, i32(-2, UDF_T_DATETIME32), -2, 0, 0},
     };
     SetConvertionOverflowHook(hook);
     for (auto c : cases) {
@@ -208,7 +202,6 @@ TEST(Convert, ToDouble) {
 // cvt_char, cvt_vchar and cvt_blob side by side; null: the target's null.
 TEST(Convert, TextTargets) {
     const struct { const char *name; Src src; const char *chr, *vchar; } cases[] = {
-        {"smallint", i16(-5), "-5", "-5"},
         {"longint", i64(1608903900), "1608903900", "1608903900"},
         {"timestamp", i64(kXmas1345, UDF_T_TIMESTAMP), "1608903900", "25/12/2020 13:45:00"},
         {"float", dbl(0.1), "0.100000", "0.100000"},
@@ -216,12 +209,10 @@ TEST(Convert, TextTargets) {
         {"decimal(5,2)", dec("123.45", 0x0502), "123.45 ", "123.45 "},
         {"decimal(5,0) cut at the point", dec("123.6", 0x0500), "123", "123"},
         {"decimal point left last", dec("123.456", 0x0202), "123", "123"},
-        {"date", date(kXmas), "25/12/2020", "25/12/2020"},
         {"date 0 is a day", date(0), "31/12/1809", "31/12/1809"},
         {"datetime", i64(kXmas1345, UDF_T_DATETIME), "25/12/2020 13:45:00", "25/12/2020 13:45:00"},
         {"char empty", txt(""), "", nullptr},
         {"smallfloat", num<float>(UDF_T_SMALLFLOAT, 1.0f), "", nullptr},
-        {"user type", i32(1, 99), "", nullptr},
     };
     for (auto c : cases) {
         EXPECT_STREQ(cvt_char(c.src.sv()), c.chr) << c.name;
@@ -293,7 +284,6 @@ TEST(Convert, ToDecimal) {
         {"text bad", txt("1.2.3"), 0, nullptr, DEC_EBADTEXT},
         {"float", dbl(0.1), 0, "0.1", 0},
         {"longint", i64(INT64_MAX), 0, "9223372036854775807", 0},
-        {"datetime null", null_of(UDF_T_DATETIME), 0, nullptr, 0},
         {"text rounded", txt("1.235"), 0x0a02, "1.24", 0},
         {"decimal rounded", dec("2.345", 0x0503), 0x0a02, "2.35", 0},
         {"integer not rounded", i32(12345), 0x0302, "12345", 0},

@@ -200,20 +200,14 @@ std::string fmt(const char *format, const struct tm &tm, size_t max = 100, int32
 
 TEST(StrFTime, Conversions) {
     const struct tm xmas = make_tm(2020, 12, 25, 13, 45, 7);
+    // What the comparison with the C library below leaves out.
     const struct { const char *format; struct tm tm; const char *want; } cases[] = {
-        {"%d/%m/%Y %H:%M:%S", xmas, "25/12/2020 13:45:07"},
         {"%c", xmas, "Fri Dec 25 13:45:07 2020"},
-        {"%a|%A|%b|%h|%B", xmas, "Fri|Friday|Dec|Dec|December"},
-        {"%D|%x|%X|%T|%R|%r", xmas, "12/25/20|12/25/20|13:45:07|13:45:07|13:45|01:45:07 PM"},
-        {"%C %y %j %w %U %W", xmas, "20 20 360 05 51 51"},
-        {"%I %p|%l|%k", make_tm(2020, 1, 1, 0, 30, 0), "12 AM|12| 0"},
-        {"%I %p", make_tm(2020, 1, 1, 12, 30, 0), "12 PM"},
-        {"%e|%d", make_tm(2020, 6, 5, 0, 0, 0), " 5|05"},
+        {"%w %U %W", xmas, "05 51 51"},
         {"%j %w %a %U %W", make_tm(2023, 1, 1, 0, 0, 0), "001 00 Sun 00 00"},  // a year starting on Sunday
         {"%U %W", make_tm(2021, 1, 3, 0, 0, 0), "01 00"},  // first Sunday
         {"%U %W", make_tm(2024, 1, 1, 0, 0, 0), "00 00"},  // a year starting on Monday
         {"%U %W", make_tm(2024, 1, 8, 0, 0, 0), "01 01"},
-        {"%n%t%%", xmas, "\n\t%"},
         {"%q|%d%", xmas, "|25"},
         {"%Z|", xmas, "|"},  // tm_isdst -1: no zone name
         {"", xmas, ""},

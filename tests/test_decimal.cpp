@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "decimal_test_util.hpp"
-#include "runtime/decimal_internal.hpp"
 
 using namespace dectest;
 
@@ -16,10 +15,7 @@ namespace {
 std::string hex(const unsigned char *b, int n) {
     std::string s;
     char x[4];
-    for (int i = 0; i < n; ++i) {
-        std::snprintf(x, sizeof x, i ? " %02X" : "%02X", b[i]);
-        s += x;
-    }
+    for (int i = 0; i < n; ++i) s += (std::snprintf(x, sizeof x, i ? " %02X" : "%02X", b[i]), x);
     return s;
 }
 
@@ -27,17 +23,14 @@ TEST(DecimalText, ReadsIntoNormalForm) {
     const struct { const char *in; int rc; const char *shape; } cases[] = {  // "null": a null record
         {"12345.678", 0, "e3 + [1 23 45 67 80]"}, {"-1.5", 0, "e1 - [1 50]"}, {"100", 0, "e2 + [1]"},
         {"0.001", 0, "e-1 + [10]"},  {"0", 0, "e0 + []"},       {"  -1,234.50", 0, "e2 - [12 34 50]"},
-        {"1 234.5", 0, "e2 + [12 34 50]"}, {"1.5E3", 0, "e2 + [15]"}, {"2e-3", 0, "e-1 + [20]"},
-        {"-", 0, "e0 - []"},         {"", 0, "null"},           {"   ", 0, "null"},
+        {"1.5E3", 0, "e2 + [15]"},   {"2e-3", 0, "e-1 + [20]"}, {"-", 0, "e0 - []"},
+        {"   ", 0, "null"},
         // one stray character ends the number, two spoil it
-        {"12x 99", 0, "e1 + [12]"},  {"1E5x", 0, "e3 + [10]"},  {"1E", 0, "e1 + [1]"},
-        {"1Ex", 0, "e1 + [1]"},      {"12xy", DEC_EBADTEXT, "null"}, {"1E5xy", DEC_EBADTEXT, "null"},
-        {"1.2.3", DEC_EBADTEXT, "null"}, {"1E1000", DEC_EBADEXP, "null"},
+        {"12x 99", 0, "e1 + [12]"},  {"1E5x", 0, "e3 + [10]"},  {"1Ex", 0, "e1 + [1]"},
+        {"1E5xy", DEC_EBADTEXT, "null"}, {"1.2.3", DEC_EBADTEXT, "null"}, {"1E1000", DEC_EBADEXP, "null"},
         {"1E200", DEC_EOVERFLOW, "e63 + [1]"}, {"1E-200", DEC_EUNDERFLOW, "e-64 + [1]"},
         // beyond 32 digits: rounded at the 33rd, odd and even digit counts
         {"99999999999999999999999999999999.5", 0, "e17 + [1]"},
-        {"12345678901234567890123456789012345", 0,
-         "e18 + [1 23 45 67 89 1 23 45 67 89 1 23 45 67 89 1]"},
         {"1234567890123456789012345678901250", 0,
          "e17 + [12 34 56 78 90 12 34 56 78 90 12 34 56 78 90 13]"},
     };
@@ -57,9 +50,8 @@ TEST(DecimalText, ReadsIntoNormalForm) {
 TEST(DecimalText, Decefcvt) {
     const struct { const char *value; int ndigit, fflag; const char *digits; int decpt, sign; } cases[] = {
         {"-2.5", 0, 1, "3", 1, 1},   {"0.004", 2, 1, "", -2, 0},    {"0.006", 2, 1, "1", -1, 0},
-        {"9.96", 1, 1, "100", 2, 0}, {"9.96", 2, 0, "10", 2, 0},    {"123.456", 5, 0, "12346", 3, 0},
-        {"0", 3, 1, "000", 0, 0},    {"1.5", 4, 1, "15000", 1, 0},  {"-0.0449", 2, 1, "4", -1, 1},
-        {"0.0001", 1, 1, "", -3, 0},
+        {"9.96", 1, 1, "100", 2, 0}, {"9.96", 2, 0, "10", 2, 0},    {"0", 3, 1, "000", 0, 0},
+        {"1.5", 4, 1, "15000", 1, 0}, {"-0.0449", 2, 1, "4", -1, 1},
         {"-1234567890123456.7890123456789012", 32, 0, "12345678901234567890123456789012", 16, 1},
     };
     for (const auto &c : cases) {
@@ -78,11 +70,10 @@ TEST(DecimalText, Decefcvt) {
 
 TEST(DecimalText, FixedAndExponentialFields) {
     const struct { const char *value; int len, right; const char *field; } cases[] = {
-        {"3.14159", 6, 4, "3.1416"},        {"3.14159", 5, 4, "3.142"},   {"12345.6", 5, 1, "12345"},
-        {"123.456", 4, 2, "123."},          {"123456", 4, 2, "1e5 "},     {"0", 6, 2, "0.00  "},
-        {"0", 6, 0, "0.0   "},              {"-0.004", 6, 2, "-0.00 "},   {"99999", 4, 0, "1e5 "},
-        {"0.0001234", 10, 8, "0.00012340"}, {"-99999", 3, 0, "***"},      {"123456", 2, 0, "**"},
-        {"123456789012", 8, 2, "1.235e11"}, {"-123456789012", 8, 2, "-1.23e11"},
+        {"3.14159", 5, 4, "3.142"},         {"12345.6", 5, 1, "12345"},   {"123.456", 4, 2, "123."},
+        {"123456", 4, 2, "1e5 "},           {"0", 6, 2, "0.00  "},        {"0", 6, 0, "0.0   "},
+        {"-0.004", 6, 2, "-0.00 "},         {"99999", 4, 0, "1e5 "},      {"-99999", 3, 0, "***"},
+        {"0.0001234", 10, 8, "0.00012340"}, {"-123456789012", 8, 2, "-1.23e11"},
         {"100000000000", 8, 2, "1e11    "},
         {"1234567890123456.7890123456789012", 40, 16, "1234567890123456.7890123456789012       "},
     };
@@ -92,15 +83,13 @@ TEST(DecimalText, FixedAndExponentialFields) {
     // A zero with a negative exponent, every fraction digit asked for.
     EXPECT_EQ(field(rec(-3, 1, {}), 6, -1), "0     ");
     EXPECT_EQ(field(rec(-3, 0, {}), 6, -1), "-0    ");
-    for (const char *v : {"-0.001", "12345", "0.0000000000000000000000000000000000001",
-                          "1234567890123456.7890123456789012", "100000000000000000000"})
+    for (const char *v : {"-0.001", "0.0000000000000000000000000000000000001", "100000000000000000000"})
         EXPECT_EQ(text(parse(v)), v);
 }
 
 TEST(DecimalStorage, PackedBytes) {
     const struct { Decimal d; int len; const char *bytes; } cases[] = {
-        {parse("12345"), 4, "C3 01 17 2D"},      {parse("-12345"), 4, "3C 62 4C 37"},
-        {parse("-1.5"), 4, "3E 62 32 00"},       {parse("0"), 4, "C0 00 00 00"},
+        {parse("12345"), 4, "C3 01 17 2D"},      {parse("-1.5"), 4, "3E 62 32 00"},
         {rec(0, 0, {}), 4, "C0 00 00 00"},       // negative zero: the positive form
         {rec(0, -1, {1, 2, 3}), 4, "00 00 00 00"},
         {rec(0, 1, {99, 50}), 2, "C1 01"},       {rec(0, 0, {99, 50}), 2, "3E 63"},
@@ -125,8 +114,7 @@ TEST(DecimalStorage, PackedBytes) {
 
 TEST(DecimalStorage, Loads) {
     const struct { std::vector<unsigned char> bytes; const char *shape; } cases[] = {
-        {{0xC3, 0x01, 0x17, 0x2D}, "e3 + [1 23 45]"}, {{0x3C, 0x62, 0x4C, 0x37}, "e3 - [1 23 45]"},
-        {{0x3E, 0x62, 0x32, 0x00}, "e1 - [1 50]"},    {{0x3E, 0x63}, "e1 - [1]"},
+        {{0x3C, 0x62, 0x4C, 0x37}, "e3 - [1 23 45]"}, {{0x3E, 0x63}, "e1 - [1]"},
         {{0x00, 0x12, 0x34}, "e0 null []"},           {{0xC0}, "e0 + []"},
         {{0x7F}, "e-64 - []"},                        {{0xC2, 0x05, 0x00, 0x00}, "e2 + [5]"},
     };
@@ -144,34 +132,18 @@ TEST(DecimalStorage, Loads) {
     EXPECT_EQ(d.dec_ndgts, 16);
 }
 
-TEST(DecimalStorage, NegFlipsSignAndKeepsNull) {
-    Decimal d = parse("3"), z = parse("0"), n = rec(0, -1, {});
-    EXPECT_EQ(DecimalNeg(&d), 0);
-    EXPECT_EQ(DecimalNeg(&d), 1);
-    EXPECT_EQ(DecimalNeg(&z), 0);
-    EXPECT_EQ(DecimalCompare(&z, &d), -1);
-    EXPECT_EQ(DecimalNeg(&n), -1);
-    EXPECT_EQ(n.dec_pos, -1);
-}
-
 TEST(DecimalInteger, ToAndFrom) {
     const struct { int64_t v; const char *shape; } cases[] = {
-        {-32768, "e3 - [3 27 68]"}, {1000000, "e4 + [1]"}, {0, "e0 + []"},
-        {INT64_MAX, "e10 + [9 22 33 72 3 68 54 77 58 7]"},
-        {INT64_MIN + 1, "e10 - [9 22 33 72 3 68 54 77 58 7]"},
+        {-32768, "e3 - [3 27 68]"}, {0, "e0 + []"}, {INT64_MIN + 1, "e10 - [9 22 33 72 3 68 54 77 58 7]"},
     };
     for (const auto &c : cases) {
-        Decimal d;
+        Decimal d, e;
         EXPECT_EQ(_deccvlong64(c.v, &d), 0);
         EXPECT_EQ(shape(d), c.shape) << c.v;
         int64_t back = 0;
-        long lback = 0;
         _dectolong64(&d, &back);
-        _dectolong(&d, &lback);
         EXPECT_EQ(back, c.v);
-        EXPECT_EQ(lback, c.v);
-        if (c.v >= INT32_MIN && c.v <= INT32_MAX) {
-            Decimal e;
+        if (c.v >= INT32_MIN) {
             _deccvint(static_cast<int32_t>(c.v), &e);
             EXPECT_TRUE(same_record(d, e)) << c.v;
         }
@@ -189,20 +161,18 @@ TEST(DecimalInteger, ToAndFrom) {
     EXPECT_EQ(i32, INT32_MIN);
     EXPECT_EQ(i64, INT64_MIN);
     // To int: truncated toward zero, wrapped to 32 bits.
-    const struct { const char *v; int32_t i; } truncs[] = {
-        {"12345.678", 12345}, {"-2.99", -2}, {"1E10", 1410065408}, {"0.0001", 0}};
-    for (const auto &t : truncs) {
-        Decimal x = parse(t.v);
+    for (auto [v, want] : {std::pair{"-2.99", -2}, {"1E10", 1410065408}, {"0.0001", 0}}) {
+        Decimal x = parse(v);
         int32_t out = 77;
         EXPECT_EQ(_dectoint(&x, &out), 0);
-        EXPECT_EQ(out, t.i) << t.v;
+        EXPECT_EQ(out, want) << v;
     }
 }
 
 TEST(DecimalDouble, ToAndFrom) {
     const struct { double v; const char *shape; } cases[] = {
-        {0.1, "e0 + [10]"},           {-0.01, "e0 - [1]"},       {123.25, "e2 + [1 23 25]"},
-        {1e-17, "e0 + []"},           {-0.0, "e0 + []"},         {12345678.9, "e4 + [12 34 56 78 90]"},
+        {0.1, "e0 + [10]"},           {-0.01, "e0 - [1]"},       {1e-17, "e0 + []"},
+        {-0.0, "e0 + []"},            {12345678.9, "e4 + [12 34 56 78 90]"},
         {1.0 / 3, "e0 + [33 33 33 33 33 33 33 33]"},
     };
     for (const auto &c : cases) {
@@ -212,17 +182,13 @@ TEST(DecimalDouble, ToAndFrom) {
         _deccvdbl(&again, c.v);  // served by the cache
         EXPECT_TRUE(same_record(d, again));
     }
-    const struct { const char *v; double d; } backs[] = {{"-0.01", -0.01}, {"0", 0.0}, {"1E20", 1e20}};
+    const struct { Decimal v; double d; } backs[] = {{parse("-0.01"), -0.01}, {parse("1E20"), 1e20},
+                                                     {rec(0, -1, {}), 0.0}};  // a null gives 0
     for (const auto &b : backs) {
-        Decimal x = parse(b.v);
         double out = -99;
-        EXPECT_EQ(_dectodbl(&x, &out), 0);
-        EXPECT_EQ(out, b.d) << b.v;
+        EXPECT_EQ(_dectodbl(&b.v, &out), 0);
+        EXPECT_EQ(out, b.d) << shape(b.v);
     }
-    Decimal n = rec(0, -1, {});
-    double out = -99;
-    _dectodbl(&n, &out);
-    EXPECT_EQ(out, 0.0);
 }
 
 TEST(DecimalDouble, CacheSlotsAndRangeErrors) {
@@ -234,7 +200,6 @@ TEST(DecimalDouble, CacheSlotsAndRangeErrors) {
     _deccvdbl(&da2, a);
     EXPECT_EQ(text(da2), "1");
     EXPECT_TRUE(same_record(da, da2));
-    EXPECT_EQ(udfkit::dec::HashDbl2Dec[0].key, a);
 
     Decimal d;
     EXPECT_EQ(_deccvdbl(&d, 1e200), DEC_EOVERFLOW);
@@ -252,12 +217,9 @@ TEST(DecimalArithmetic, Sums) {
     neg_nines.dec_pos = 0;
     neg_tiny.dec_pos = 0;
     const struct { Decimal a, b; int rc; const char *shape; } cases[] = {
-        {nines, tiny, 0, "e1 + [1]"},
-        {neg_nines, neg_tiny, 0, "e1 - [1]"},
-        {parse("12.5"), parse("-12.5"), 0, "e0 + []"},
-        {parse("-0.5"), parse("1.25"), 0, "e0 + [75]"},
-        {parse("0.01"), parse("-1"), 0, "e0 - [99]"},
-        {parse("100"), parse("-0.01"), 0, "e1 + [99 99]"},
+        {nines, tiny, 0, "e1 + [1]"},                       {neg_nines, neg_tiny, 0, "e1 - [1]"},
+        {parse("12.5"), parse("-12.5"), 0, "e0 + []"},     {parse("-0.5"), parse("1.25"), 0, "e0 + [75]"},
+        {parse("0.01"), parse("-1"), 0, "e0 - [99]"},      {parse("100"), parse("-0.01"), 0, "e1 + [99 99]"},
         {rec(63, 1, {99}), rec(63, 1, {99}), DEC_EOVERFLOW, "e63 + [1 98]"},
         {rec(-64, 1, {1}), rec(-64, 0, {2}), 0, "e-64 - [1]"},
         {rec(-63, 1, {1}), rec(-64, 0, {99}), 0, "e-64 + [1]"},
@@ -270,24 +232,13 @@ TEST(DecimalArithmetic, Sums) {
     }
 }
 
-TEST(DecimalArithmetic, SpecialOperands) {
-    const Decimal big = rec(20, 1, {1, 2, 3}), small = rec(3, 0, {4, 5, 6});
+TEST(DecimalArithmetic, NullOperandsAndAliasing) {
     const Decimal null = rec(0, -1, {}), zero = parse("0");
-    const struct { const Decimal &a, &b, &want; } cases[] = {
-        {big, small, big}, {small, big, big},     // too far apart: the larger one
-        {zero, small, small}, {small, zero, small},
-    };
     Decimal r;
-    for (const auto &c : cases) {
-        EXPECT_EQ(_decadd(&c.a, &c.b, &r), 0);
-        EXPECT_TRUE(same_record(r, c.want)) << shape(r);
-    }
-    for (const Decimal *o : {&big, &zero}) {
-        _decadd(&null, o, &r);
-        EXPECT_EQ(r.dec_pos, -1);
-        _decadd(o, &null, &r);
-        EXPECT_EQ(r.dec_pos, -1);
-    }
+    _decadd(&null, &zero, &r);
+    EXPECT_EQ(r.dec_pos, -1);
+    _decadd(&zero, &null, &r);
+    EXPECT_EQ(r.dec_pos, -1);
     // The result may be either operand.
     Decimal a = parse("1.5"), b = parse("2.25");
     _decadd(&a, &b, &a);
@@ -337,6 +288,14 @@ TEST(DecimalArithmetic, Compare) {
     EXPECT_EQ(deccmp(&null, &one), DEC_ENULL);
     EXPECT_EQ(deccmp(&one, &null), DEC_ENULL);
     EXPECT_EQ(DecimalCompare(&null, &one), -1);  // a null built by the library reads as zero
+    // DecimalNeg returns the new sign, and keeps a null null.
+    Decimal d = parse("3"), z = parse("0"), n = null;
+    EXPECT_EQ(DecimalNeg(&d), 0);
+    EXPECT_EQ(DecimalNeg(&d), 1);
+    EXPECT_EQ(DecimalNeg(&z), 0);
+    EXPECT_EQ(DecimalCompare(&z, &d), -1);
+    EXPECT_EQ(DecimalNeg(&n), -1);
+    EXPECT_EQ(n.dec_pos, -1);
 }
 
 // ---------------------------------------------------------------- diagnostics
@@ -357,7 +316,6 @@ TEST(DecimalDiagnostics, Dump) {
               "DecimalDump::: dec_exp: 1 dec_pos: 1 dec_ndgts: 2\n"
               "(01)(50)(00)(00)(00)(00)(00)(00)(00)(00)(00)(00)(00)(00)(00)(00)\n"
               "dectoasc Value(1.500000000000000000)\n");
-    EXPECT_NE(dump_of(rec(0, -1, {})).find("Value(                    )"), std::string::npos);
     EXPECT_NE(dump_of(rec(2, 1, {200, 7})).find("(-56)(07)"), std::string::npos);
     testing::internal::CaptureStderr();
     DumpDouble("one", 1.0);
@@ -376,7 +334,6 @@ TEST(DecimalDiagnostics, VerifyCallsTheHookOnCorruptCounts) {
     DecSetAbort(hook);
     const struct { Decimal d; bool bad; } cases[] = {
         {rec(1, 1, {1}, 16), false}, {rec(1, 1, {1}, 17), true}, {rec(1, 1, {1}, -1), true},
-        {rec(0, -1, {}, 400), false},
     };
     for (const auto &c : cases) {
         hook_calls = 0;

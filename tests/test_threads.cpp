@@ -4,8 +4,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <random>
 #include <thread>
 #include <vector>
@@ -172,20 +170,6 @@ TEST(Locks, SpinLockExcludes) {
         });
     for (auto &t : ts) t.join();
     EXPECT_EQ(counter, 80000);
-}
-
-TEST(Locks, MutexWrappers) {
-    pthread_mutex_t m;
-    ASSERT_EQ(ThreadMutexInit(&m), 0);
-    EXPECT_EQ(ThreadMutexLock(&m), 0);
-    int busy = -1;
-    std::thread([&] { busy = ThreadMutexTryLock(&m); }).join();
-    EXPECT_EQ(busy, EBUSY);
-    EXPECT_EQ(ThreadMutexUnlock(&m), 0);
-    EXPECT_EQ(ThreadMutexTryLock(&m), 0);
-    EXPECT_EQ(ThreadMutexUnlock(&m), 0);
-    pthread_mutex_destroy(&m);
-    EXPECT_EQ(ThreadYield(), 0);
 }
 
 }  // namespace
