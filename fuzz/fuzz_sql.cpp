@@ -31,12 +31,12 @@ const fuzzsql::Function &pick(Reader &in, bool scalar_only) {
 
 void argument(Reader &in, int depth, std::string &sql, std::vector<Binding> &binds);
 
-// name(arg, ...) with a fuzzed number of arguments (sometimes outside the
-// declared range, which SQLite refuses).
+// name(arg, ...) with a fuzzed number of arguments within the declared
+// range (outside it, the name may be one of SQLite's own functions).
 void call(Reader &in, const fuzzsql::Function &f, int depth, std::string &sql,
           std::vector<Binding> &binds) {
     int hi = f.max_args < 0 ? f.min_args + 6 : f.max_args;
-    int n = f.min_args + in.byte() % (hi - f.min_args + 2);
+    int n = f.min_args + in.byte() % (hi - f.min_args + 1);
     sql += f.name;
     sql += '(';
     for (int a = 0; a < n; ++a) {
@@ -81,7 +81,27 @@ void argument(Reader &in, int depth, std::string &sql, std::vector<Binding> &bin
     binds.push_back(std::move(b));
 }
 
+void describe(const std::vector<Binding> &binds) {
+    std::string &out = fuzzsql::g_arguments;
+    out.clear();
+    char buf[64];
+    for (const Binding &b : binds) {
+        if (b.type == SQLITE_INTEGER) snprintf(buf, sizeof buf, "%lld", static_cast<long long>(b.i));
+        else if (b.type == SQLITE_FLOAT) snprintf(buf, sizeof buf, "%.17g", b.d);
+        else if (b.type == SQLITE_NULL) snprintf(buf, sizeof buf, "NULL");
+        else {
+            out += b.type == SQLITE_BLOB ? "x'" : "text x'";
+            for (unsigned char c : b.s) { snprintf(buf, sizeof buf, "%02x", c); out += buf; }
+            out += "' ";
+            continue;
+        }
+        out += buf;
+        out += ' ';
+    }
+}
+
 void bind_all(sqlite3_stmt *st, const std::vector<Binding> &binds) {
+    describe(binds);
     for (size_t k = 0; k < binds.size(); ++k) {
         const Binding &b = binds[k];
         int i = static_cast<int>(k) + 1;

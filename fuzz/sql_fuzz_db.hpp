@@ -48,8 +48,11 @@ private:
     const uint8_t *p_, *end_;
 };
 
+// What a failing statement was given, printed with it.
+inline std::string g_arguments;
+
 inline void fail(const char *what, const char *sql) {
-    fprintf(stderr, "%s\nstatement: %s\n", what, sql);
+    fprintf(stderr, "%s\nstatement: %s\narguments: %s\n", what, sql, g_arguments.c_str());
     std::abort();
 }
 
