@@ -1,11 +1,14 @@
-// The fuzzy SQL functions on arbitrary input: pattern, text, character set
-// and markers come from the data, with the threshold and the excerpt sizes.
+// The fuzzy SQL functions, fuzzyrank among them, on arbitrary input:
+// pattern, text, character set and markers come from the data, with the
+// threshold and the excerpt sizes.
 //   byte 0: argument counts and options; byte 1: threshold (/ 200);
 //   byte 2: lines (signed); bytes 3-4: length (signed);
 //   the rest: pattern, text, charset, opening and closing marker, separated
 //   by 0x1f.
 // Checks: one result per call, every score in [0, 1], and with empty
-// markers the highlight gives back the text (up to a NUL byte).
+// markers the highlight gives back the text (up to a NUL byte).  A
+// threshold byte above 250 gives fuzzyrank a NULL query (251-253) or text
+// (254-255).
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -54,6 +57,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (opts & 8) eargs.push_back(D(threshold));
     if ((opts & 24) == 24) eargs.push_back(S(charset));
     if (!h.call(fuzzyexcerpt, eargs).exact(1)) std::abort();
+
+    // fuzzyrank reads the pattern as plain words.
+    std::vector<Value> rargs = {S(pattern), S(text)};
+    if (opts & 1) rargs.push_back(S(charset));
+    if (data[1] > 250) rargs[data[1] > 253 ? 1 : 0] = Value::null();
+    o = h.call(fuzzyrank, rargs);
+    if (!o.exact(1)) std::abort();
+    if (!(o.result().d >= 0.0 && o.result().d <= 1.0)) std::abort();
 
     // Without markers the highlight is the text itself.
     h.call(fuzzysetspans, {S(""), S("")});

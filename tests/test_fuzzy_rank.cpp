@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/testhost.hpp"
+#include "tests/sqlite_fixture.hpp"
 #include "udfkit/sqlfunc.h"
 
 namespace {
@@ -57,22 +58,51 @@ TEST(FuzzyRank, BadInputGivesAScore) {
     const std::string mb(1 << 20, 'a');
     std::string words;
     while (words.size() < (1u << 20)) words += "dupont jean-noël ";
-    struct Case { std::string query, text; bool zero; } cases[] = {
-        {"", "Jean Dupont", true},
-        {"   ", "Jean Dupont", true},
-        {"-- ' , ;", "Jean Dupont", true},
-        {"jean", "", true},
-        {"jean", "!!! ---", true},
-        {mb, "Jean Dupont", false},
-        {"jean dupont", mb, false},
-        {"jean dupont", words, false},
-        {words, words, false},
-        {"\xC3\x28\xFF\xFE jean", "\x80\x80 Jean \xE2\x82", false},
+    const Value null = Value::null();
+    struct Case { Value query, text; const char *charset; bool zero; } cases[] = {
+        {S(""), S("Jean Dupont"), nullptr, true},
+        {S("   "), S("Jean Dupont"), nullptr, true},
+        {S("-- ' , ;"), S("Jean Dupont"), nullptr, true},
+        {S("jean"), S(""), nullptr, true},
+        {S("jean"), S("!!! ---"), nullptr, true},
+        {null, S("Jean Dupont"), nullptr, true},
+        {S("jean"), null, nullptr, true},
+        {null, null, nullptr, true},
+        {S(mb), S("Jean Dupont"), nullptr, false},
+        {S("jean dupont"), S(mb), nullptr, false},
+        {S("jean dupont"), S(words), nullptr, false},
+        {S(words), S(words), nullptr, false},
+        {S("\xC3\x28\xFF\xFE jean"), S("\x80\x80 Jean \xE2\x82"), nullptr, false},
+        {S("\xC3\x28\xFF\xFE jean"), S("\x80\x80 Jean \xE2\x82"), "ISO-8859-1", false},
+        {S("jean"), S("Jean"), "NO-SUCH-CHARSET", false},
+        {S("jean"), S("Jean"), "", false},
     };
     for (const auto &c : cases) {
-        const double d = rank(c.query, c.text);
+        TestHost h;
+        std::vector<Value> args = {c.query, c.text};
+        if (c.charset) args.push_back(S(c.charset));
+        Outcome o = h.call(fuzzyrank, args);
+        ASSERT_TRUE(o.exact(1)) << c.query << " / " << c.text;
+        const double d = o.result().d;
+        EXPECT_TRUE(d >= 0.0 && d <= 1.0) << c.query << " / " << c.text;
         if (c.zero) {
             EXPECT_EQ(d, 0.0) << c.query << " / " << c.text;
+        }
+    }
+}
+
+// Through SQLite: NULLs and a BLOB of invalid UTF-8 give NULL or a score.
+TEST(FuzzyRank, ThroughSqlite) {
+    SqliteDb db;
+    EXPECT_EQ(db.one("select fuzzyrank('Jean Dupont', 'Jean Dupont')"), "r:1");
+    for (const char *sql : {"select fuzzyrank(NULL, 'Jean')", "select fuzzyrank('jean', NULL)",
+                            "select fuzzyrank(x'c328fffe206a65616e', 'Jean')",
+                            "select fuzzyrank('jean', x'8080204a65616e20e282', 'UTF-8')"}) {
+        const std::string got = db.one(sql);
+        if (got != "NULL") {
+            ASSERT_EQ(got.substr(0, 2), "r:") << sql;
+            const double d = std::stod(got.substr(2));
+            EXPECT_TRUE(d >= 0.0 && d <= 1.0) << sql << ": " << got;
         }
     }
 }
