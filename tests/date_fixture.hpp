@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -19,49 +20,35 @@ protected:
     void SetUp() override {
         std::memcpy(saved_date_, DbDate, sizeof saved_date_);
         std::memcpy(saved_datetime_, DbDateTime, sizeof saved_datetime_);
-        saved_siecle_ = Siecle;
-        saved_prec_ = SieclePrecedent;
-        saved_fixed_ = FixedTime;
+        saved_ = {Siecle, SieclePrecedent, FixedTime};
         const char *tz = std::getenv("TZ");
+        saved_tz_ = tz ? tz : "";
         had_tz_ = tz != nullptr;
-        if (tz) saved_tz_ = tz;
         set_settings("DMY4/", "DMY4/");
-        Siecle = 2000;
-        SieclePrecedent = 1900;
-        FixedTime = 0;
+        Siecle = 2000, SieclePrecedent = 1900, FixedTime = 0;
         IsConvertionError();
     }
     void TearDown() override {
         std::memcpy(DbDate, saved_date_, sizeof saved_date_);
         std::memcpy(DbDateTime, saved_datetime_, sizeof saved_datetime_);
-        Siecle = saved_siecle_;
-        SieclePrecedent = saved_prec_;
-        FixedTime = saved_fixed_;
-        if (had_tz_) setenv("TZ", saved_tz_.c_str(), 1);
-        else unsetenv("TZ");
+        Siecle = saved_.siecle, SieclePrecedent = saved_.previous, FixedTime = saved_.fixed;
+        had_tz_ ? setenv("TZ", saved_tz_.c_str(), 1) : unsetenv("TZ");
         tzset();
         IsConvertionError();
     }
 
     static void set_settings(const char *date, const char *datetime) {
-        std::strncpy(DbDate, date, sizeof DbDate - 1);
-        DbDate[sizeof DbDate - 1] = '\0';
-        std::strncpy(DbDateTime, datetime, sizeof DbDateTime - 1);
-        DbDateTime[sizeof DbDateTime - 1] = '\0';
+        std::snprintf(DbDate, sizeof DbDate, "%s", date);
+        std::snprintf(DbDateTime, sizeof DbDateTime, "%s", datetime);
     }
     static void set_tz(const char *tz) {
         setenv("TZ", tz, 1);
         tzset();
     }
-    static std::string text_of(Date n) {
-        char buf[64];
-        date2char(n, buf);
-        return buf;
-    }
 
 private:
-    char saved_date_[30], saved_datetime_[30];
-    int32_t saved_siecle_ = 0, saved_prec_ = 0, saved_fixed_ = 0;
+    char saved_date_[sizeof DbDate], saved_datetime_[sizeof DbDateTime];
+    struct { int32_t siecle, previous, fixed; } saved_{};
     bool had_tz_ = false;
     std::string saved_tz_;
 };

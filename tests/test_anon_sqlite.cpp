@@ -13,9 +13,7 @@ namespace {
 TEST(SqliteAnon, EqualInputsGiveEqualOutputsAcrossRows) {
     setenv("UDFKIT_DICT_DIR", UDFKIT_SOURCE_DIR "/data", 1);
     SqliteDb db;
-    const struct {
-        const char *sql, *expected;
-    } cases[] = {
+    const struct { const char *sql, *expected; } cases[] = {
         {"select anonymize_first('marie', 2)", "Marie-Pierre"},
         {"select anonymize_last('Dupont')", "Barbier"},
         {"select anonymize_nss('1234567890123', 255)", "1          ff"},

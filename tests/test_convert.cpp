@@ -96,77 +96,70 @@ long long as_dtime(SqlVar *v) { return cvt_dtime(v); }
 std::vector<std::pair<SqlVar *, int32_t>> heard;
 void hook(SqlVar *source, int32_t target) { heard.emplace_back(source, target); }
 
-// Integer, date and datetime targets with the overflow hook installed: what
-// the hook hears (the target's type code, 0 for nothing) and the error flag.
+// Integer, date and datetime targets with the overflow hook installed: the
+// error flag, and what the hook hears (the target's type code, 0: nothing).
+struct Row {
+    Src src;
+    long long want;
+    int flag = 0, heard = 0;
+};
+
 TEST(Convert, IntegerTargets) {
     const double nan = std::nan("");
-    const struct {
-        const char *name;
-        long long (*fn)(SqlVar *);
-        Src src;
-        long long want;
-        int flag, heard;
-    } cases[] = {
-        // text rule: blanks skipped, tail ignored, no number gives the null
-        {"int text tail", as_int, txt("  42abc"), 42, 0, 0},
-        {"int text letters", as_int, txt("abc"), INT32_MIN, 0, 0},
-        {"int text point first", as_int, txt(".5"), INT32_MIN, 0, 0},
-        {"int text tab", as_int, txt("\t5"), INT32_MIN, 0, 0},
-        {"int text wraps", as_int, txt("3000000000"), -1294967296, 0, 2},
-        {"int vchar NUL inside", as_int, vch(std::string("12\0" "34", 5)), 12, 0, 0},
-        // floats move 0.0001 away from zero; beyond 64 bits (or NaN): the null,
-        // and no flag (an overflow is the hook's business)
-        {"int 2.99995", as_int, dbl(2.99995), 3, 0, 0},
-        {"int 2.5", as_int, dbl(2.5), 2, 0, 0},
-        {"int 3e9 wraps", as_int, dbl(3e9), -1294967296, 0, 2},
-        {"int nudged over the top", as_int, dbl(2147483647.0), 2147483647, 0, 2},
-        {"int just below the top", as_int, dbl(2147483646.9), 2147483646, 0, 0},
-        {"int NaN is in no range", as_int, dbl(nan), INT32_MIN, 0, 0},
-        {"int 1e300", as_int, dbl(1e300), INT32_MIN, 0, 2},
-        {"short -1e300", as_short, dbl(-1e300), INT16_MIN, 0, 1},
-        {"long 1e19", as_long, dbl(1e19), INT64_MIN, 0, 0},
-        {"date 1e300", as_date, dbl(1e300), INT32_MIN, 0, 0},
-        {"dtime infinity", as_dtime, dbl(HUGE_VAL), INT64_MIN, 0, 0},
-        {"long 1e18: no range test", as_long, dbl(1e18), 1000000000000000000LL, 0, 0},
-        {"int null float", as_int, null_of(UDF_T_FLOAT), INT32_MIN, 0, 0},
-        {"int smallfloat", as_int, num<float>(UDF_T_SMALLFLOAT, 1.0f), INT32_MIN, 0, 0},
-        // decimals truncate; only the smallint target is range tested
-        {"int decimal truncates", as_int, dec("-12345.678", 0x0803), -12345, 0, 0},
-        {"int decimal not tested", as_int, dec("3000000000", 0x0a00), -1294967296, 0, 0},
-        {"short decimal wraps", as_short, dec("40000", 0x0500), -25536, 0, 1},
-        {"long decimal", as_long, dec("-12345678901234.9", 0x1001), -12345678901234LL, 0, 0},
-        {"int longint wraps", as_int, i64(3000000000LL), -1294967296, 0, 2},
-        {"short integer wraps", as_short, i32(40000), -25536, 0, 1},
-        {"short date null", as_short, null_of(UDF_T_DATE), INT16_MIN, 0, 0},
-        {"long text", as_long, txt("9223372036854775807"), INT64_MAX, 0, 0},
-        {"long empty vchar", as_long, vch(""), INT64_MIN, 0, 0},
+    const struct { const char *name; long long (*fn)(SqlVar *); std::vector<Row> rows; } targets[] = {
+        {"int", as_int, {
+            // text rule: blanks skipped, tail ignored, no number gives the null
+            {txt("  42abc"), 42},   {txt("abc"), INT32_MIN},  {txt(".5"), INT32_MIN}, {txt("\t5"), INT32_MIN},
+            {txt("3000000000"), -1294967296, 0, 2},       {vch(std::string("12\0" "34", 5)), 12},
+            // floats move 0.0001 away from zero; beyond 64 bits (or NaN): the
+            // null, and no flag (an overflow is the hook's business)
+            {dbl(2.99995), 3},      {dbl(2.5), 2},            {dbl(3e9), -1294967296, 0, 2},
+            {dbl(2147483647.0), 2147483647, 0, 2},        {dbl(2147483646.9), 2147483646},
+            {dbl(nan), INT32_MIN},  {dbl(1e300), INT32_MIN, 0, 2}, {null_of(UDF_T_FLOAT), INT32_MIN},
+            {num<float>(UDF_T_SMALLFLOAT, 1.0f), INT32_MIN},
+            // decimals truncate, and are not range tested
+            {dec("-12345.678", 0x0803), -12345},          {dec("3000000000", 0x0a00), -1294967296},
+            {i64(3000000000LL), -1294967296, 0, 2},
+        }},
+        {"short", as_short, {
+            {dbl(-1e300), INT16_MIN, 0, 1}, {dec("40000", 0x0500), -25536, 0, 1}, {i32(40000), -25536, 0, 1},
+            {null_of(UDF_T_DATE), INT16_MIN},
+        }},
+        {"long", as_long, {
+            {dbl(1e19), INT64_MIN}, {dbl(1e18), 1000000000000000000LL},  // no range test
+            {dec("-12345678901234.9", 0x1001), -12345678901234LL},       {txt("9223372036854775807"), INT64_MAX},
+            {vch(""), INT64_MIN},
+        }},
         // dates: text under DBDATE, floats truncated without nudge
-        {"date text after blanks", as_date, txt("   25/12/2020"), kXmas, 0, 0},
-        {"date text bad day", as_date, txt("31/02/2020"), 0, 1, 0},
-        {"date float", as_date, dbl(-1.99999), -1, 0, 0},
-        {"date decimal", as_date, dec("77061.9", 0x0601), kXmas, 0, 0},
-        {"date datetime32", as_date, i32(int32_t(kXmas1345), UDF_T_DATETIME32), kXmas, 0, 0},
-        {"date longint low bits", as_date, i64((1LL << 32) + 5), 5, 0, 0},
-        {"date timestamp", as_date, i64(kXmas1345, UDF_T_TIMESTAMP), kXmas, 0, 0},
-        {"date datetime", as_date, i64(kXmasMidnight - 1, UDF_T_DATETIME), kXmas - 1, 0, 0},
-        {"dtime text", as_dtime, txt("25/12/2020 13:45:00"), kXmas1345, 0, 0},
-        {"dtime text leading blank", as_dtime, txt(" 25/12/2020"), INT64_MIN, 0, 0},
-        {"dtime text bad hour", as_dtime, txt("25/12/2020 24:00"), INT64_MIN, 1, 0},
-        {"dtime date 0 is null", as_dtime, date(0), INT64_MIN, 0, 0},
-        {"dtime date", as_dtime, date(kXmas), kXmasMidnight, 0, 0},
-        {"dtime decimal", as_dtime, dec("-3.5", 0x0201), -3, 0, 0},
+        {"date", as_date, {
+            {txt("   25/12/2020"), kXmas},                 {txt("31/02/2020"), 0, 1},
+            {dbl(-1.99999), -1},    {dbl(1e300), INT32_MIN},  {dec("77061.9", 0x0601), kXmas},
+            {i32(int32_t(kXmas1345), UDF_T_DATETIME32), kXmas}, {i64((1LL << 32) + 5), 5},  // low 32 bits
+            {i64(kXmas1345, UDF_T_TIMESTAMP), kXmas},      {i64(kXmasMidnight - 1, UDF_T_DATETIME), kXmas - 1},
+        }},
+        {"dtime", as_dtime, {
+            {txt("25/12/2020 13:45:00"), kXmas1345},       {txt(" 25/12/2020"), INT64_MIN},
+            {txt("25/12/2020 24:00"), INT64_MIN, 1},       {date(0), INT64_MIN},  // date 0 is null here
+            {date(kXmas), kXmasMidnight},                  {dec("-3.5", 0x0201), -3},
+            {dbl(HUGE_VAL), INT64_MIN},
+        }},
     };
     SetConvertionOverflowHook(hook);
-    for (auto c : cases) {
-        IsConvertionError();
-        heard.clear();
-        SqlVar *v = c.src.sv();
-        EXPECT_EQ(c.fn(v), c.want) << c.name;
-        EXPECT_EQ(IsConvertionError(), c.flag) << c.name;
-        ASSERT_EQ(heard.size(), c.heard ? 1u : 0u) << c.name;
-        if (c.heard) {
-            EXPECT_EQ(heard[0].first, v) << c.name;
-            EXPECT_EQ(heard[0].second, c.heard) << c.name;
+    for (const auto &t : targets) {
+        for (size_t i = 0; i < t.rows.size(); ++i) {
+            SCOPED_TRACE(testing::Message() << t.name << " row " << i);
+            Src src = t.rows[i].src;
+            const Row &c = t.rows[i];
+            IsConvertionError();
+            heard.clear();
+            SqlVar *v = src.sv();
+            EXPECT_EQ(t.fn(v), c.want);
+            EXPECT_EQ(IsConvertionError(), c.flag);
+            ASSERT_EQ(heard.size(), c.heard ? 1u : 0u);
+            if (c.heard) {
+                EXPECT_EQ(heard[0].first, v);
+                EXPECT_EQ(heard[0].second, c.heard);
+            }
         }
     }
     SetConvertionOverflowHook(nullptr);  // no hook: nothing is tested, the value wraps

@@ -1,4 +1,5 @@
-// The JSON functions through a real SQLite connection with the extension.
+// The JSON functions through a real SQLite connection with the extension:
+// each way a node's value comes out, the table-valued functions, freeing.
 #include <gtest/gtest.h>
 
 #include "tests/sqlite_fixture.hpp"
@@ -9,23 +10,18 @@ namespace {
 
 TEST(SqliteJson, ParseWalkAndFree) {
     SqliteDb db;
-    const std::string p = db.one(
-        "select jsonlib_createparser('{\"a\": {\"b\": [10, 20.5, \"x\", true, null]}, \"t\": [1, 2]}')");
-    ASSERT_EQ(p, "i:0");
-    const struct {
-        const char *sql, *expected;
-    } cases[] = {
+    ASSERT_EQ(db.one("select jsonlib_createparser("
+                     "'{\"a\": {\"b\": [10, 20.5, \"x\", true, null]}, \"t\": [1, 2]}')"),
+              "i:0");
+    const struct { const char *sql, *expected; } cases[] = {
         {"select jsonlib_extractobject(0, '$.a.b[0]')", "i:10"},
         {"select jsonlib_extractobject(0, '$.a.b[1]')", "r:20.5"},
         {"select jsonlib_extractobject(0, '$.a.b[2]')", "x"},
         {"select jsonlib_extractobject(0, '$.a.b[3]')", "i:1"},
         {"select jsonlib_extractobject(0, '$.a.b[4]')", "NULL"},
         {"select jsonlib_extractobject(null, '$')", "NULL"},
-        {"select kind from jsonlib_getobject(0)", "O"},
         {"select count(*) from jsonlib_getobject(7)", "i:0"},
         {"select key from jsonlib_getkeyvalue(jsonlib_extractobject(0, '$'))", "a"},
-        {"select jsonlib_getkey(jsonlib_getvalue4key((select handle from jsonlib_getobject(0)), 't'))",
-         "NULL"},
         {"select jsonlib_getvalue(jsonlib_getvalue4key((select handle from jsonlib_getobject(0)), 't'))",
          "i:1"},
         {"select jsonlib_getvalue(123456789)", "NULL"},
@@ -41,16 +37,13 @@ TEST(SqliteJson, ParseWalkAndFree) {
         "  union all select walk.n + 1, x.kind, x.handle from walk, top, jsonlib_next(top.h) x"
         "  where walk.kind is not null)"
         " select kind, jsonlib_getkey(h) from walk where kind is not null");
-    ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(rows[0], (std::vector<std::string>{"O", "a"}));
-    EXPECT_EQ(rows[1], (std::vector<std::string>{"A", "t"}));
+    EXPECT_EQ(rows, (std::vector<std::vector<std::string>>{{"O", "a"}, {"A", "t"}}));
 
     db.one("select jsonlib_freeparser(0)");
     EXPECT_EQ(db.one("select jsonlib_extractobject(0, '$.a.b[0]')"), "NULL");
     testing::internal::CaptureStderr();
     EXPECT_EQ(db.one("select jsonlib_createparser('[1')"), "i:-1");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "NXJSON PARSE ERROR (263): unexpected end of text at \n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "NXJSON PARSE ERROR (263): unexpected end of text at \n");
 }
 
 }  // namespace

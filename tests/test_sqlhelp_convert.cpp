@@ -36,32 +36,25 @@ std::string run(CvtSource &src, const char *target) {
     return render(convert(src, *type));
 }
 
+// A source of each kind converted to target.
 std::string text(const std::string &t, const char *target) {
-    CvtSource src;
-    src.set_text(t.c_str());
-    return run(src, target);
+    CvtSource s;
+    return s.set_text(t.c_str()), run(s, target);
 }
-
 std::string integer(int64_t v, Mark mark, const char *target) {
-    CvtSource src;
-    src.set_integer(v, mark);
-    return run(src, target);
+    CvtSource s;
+    return s.set_integer(v, mark), run(s, target);
 }
-
 std::string real(double v, const char *target) {
-    CvtSource src;
-    src.set_real(v);
-    return run(src, target);
+    CvtSource s;
+    return s.set_real(v), run(s, target);
 }
-
 std::string bytes(const std::string &b, const char *target) {
-    CvtSource src;
-    src.set_bytes(b.data(), b.size());
-    return run(src, target);
+    CvtSource s;
+    return s.set_bytes(b.data(), b.size()), run(s, target);
 }
 
-class SqlConvert : public ::testing::Test {
-protected:
+struct SqlConvert : ::testing::Test {
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
