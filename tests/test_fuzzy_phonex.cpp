@@ -63,27 +63,37 @@ TEST(Phonex, SetPhonexSwitchesTheFunction) {
     EXPECT_FALSE(d.touched_host);
 }
 
-// The two-row programme exactly as described, with the cut-off rule.
-int32_t reference(const std::string &a, const std::string &b, int32_t cut, bool use_cut) {
-    const int32_t l1 = (int32_t)a.size(), l2 = (int32_t)b.size();
-    if (l1 == 0) return l2;
-    if (l2 == 0) return l1;
-    if (l1 > 255 || l2 > 255) return 1000000;
-    if (use_cut && std::abs(l1 - l2) >= cut) return 1000000;
-    std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
-    for (int32_t j = 0; j <= l2; ++j) prev[j] = j;
-    for (int32_t i = 1; i <= l1; ++i) {
-        cur[0] = prev[0] + 1;
-        bool all_at_or_above = true;
-        for (int32_t j = 1; j <= l2; ++j) {
-            cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
-            if (cur[j] < cut) all_at_or_above = false;
+// The two-row programme once per pair, keeping the least cell 1..l2 of
+// each row: the cut-off rule for any cut is then read from it.
+struct Rows {
+    std::vector<int32_t> least;  // least[i - 1]: row i
+    int32_t last = 0;
+    Rows(const std::string &a, const std::string &b) {
+        const size_t l2 = b.size();
+        std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
+        for (size_t j = 0; j <= l2; ++j) prev[j] = (int32_t)j;
+        for (size_t i = 1; i <= a.size(); ++i) {
+            cur[0] = prev[0] + 1;
+            int32_t low = INT32_MAX;
+            for (size_t j = 1; j <= l2; ++j) {
+                cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
+                low = std::min(low, cur[j]);
+            }
+            least.push_back(low);
+            std::swap(prev, cur);
         }
-        if (use_cut && all_at_or_above) return 1000000;
-        std::swap(prev, cur);
+        last = prev[l2];
     }
-    return prev[l2];
-}
+    // The result for strings of lengths l1 and l2 (the programme ran only
+    // when both are within the limit); INT32_MAX: no cut-off.
+    int32_t with_cut(int32_t l1, int32_t l2, int32_t cut) const {
+        if (l1 == 0 || l2 == 0) return l1 + l2;
+        if (l1 > 255 || l2 > 255 || std::abs(l1 - l2) >= cut) return 1000000;
+        for (int32_t v : least)
+            if (v >= cut) return 1000000;
+        return last;
+    }
+};
 
 TEST(LevDist, Examples) {
     std::string w256(256, 'A');
@@ -129,9 +139,10 @@ TEST(LevDist, SameAsTheTwoRowProgrammeOnRandomPairs) {
         for (char &c : a) c = (char)('A' + rng() % alphabet);
         for (char &c : b) c = (char)('A' + rng() % alphabet);
         const int32_t cut = (int32_t)(rng() % 18) - 2;
-        const int32_t want_cut = reference(a, b, cut, true);
+        const Rows rows(a, b);
+        const int32_t want_cut = rows.with_cut((int32_t)a.size(), (int32_t)b.size(), cut);
         const int32_t got_cut = LevDistCutOff(a.c_str(), b.c_str(), cut);
-        const int32_t want = reference(a, b, 0, false);
+        const int32_t want = rows.with_cut((int32_t)a.size(), (int32_t)b.size(), INT32_MAX);
         const int32_t got = LevDist(a.c_str(), b.c_str());
         if (got_cut != want_cut || got != want) {
             ++mismatches;
@@ -157,8 +168,9 @@ TEST(LevDist, EveryShortLengthPairInExactBlocks) {
                 for (char &c : b) c = (char)('a' + rng() % 3);
                 if (trial == 0) b.replace(0, std::min(l1, l2), a, 0, std::min(l1, l2));
                 std::vector<char> pa(a.c_str(), a.c_str() + l1 + 1), pb(b.c_str(), b.c_str() + l2 + 1);
+                const Rows rows(a, b);
                 for (int32_t cut : {l1 - 2, l1, l1 + 1, 255}) {
-                    const int32_t want = reference(a, b, cut, true);
+                    const int32_t want = rows.with_cut(l1, l2, cut);
                     const int32_t got = LevDistCutOff(pa.data(), pb.data(), cut);
                     if (got != want) {
                         ++mismatches;
@@ -167,36 +179,6 @@ TEST(LevDist, EveryShortLengthPairInExactBlocks) {
                 }
             }
 }
-
-// The two-row programme once per pair, keeping the least cell 1..l2 of
-// each row: the cut-off rule for any cut is then read from it.
-struct Rows {
-    std::vector<int32_t> least;  // least[i - 1]: row i
-    int32_t last = 0;
-    Rows(const std::string &a, const std::string &b) {
-        const size_t l2 = b.size();
-        std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
-        for (size_t j = 0; j <= l2; ++j) prev[j] = (int32_t)j;
-        for (size_t i = 1; i <= a.size(); ++i) {
-            cur[0] = prev[0] + 1;
-            int32_t low = INT32_MAX;
-            for (size_t j = 1; j <= l2; ++j) {
-                cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
-                low = std::min(low, cur[j]);
-            }
-            least.push_back(low);
-            std::swap(prev, cur);
-        }
-        last = prev[l2];
-    }
-    int32_t with_cut(int32_t l1, int32_t l2, int32_t cut) const {
-        if (l1 == 0 || l2 == 0) return l1 + l2;
-        if (l1 > 255 || l2 > 255 || std::abs(l1 - l2) >= cut) return 1000000;
-        for (int32_t v : least)
-            if (v >= cut) return 1000000;
-        return last;
-    }
-};
 
 // Lengths around the machine-word boundaries and up to the limit and past
 // it, each pair over alphabets from 2 bytes to 200 (bytes above 0x7F
