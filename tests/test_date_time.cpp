@@ -21,15 +21,9 @@ std::string gmt_text(DateTime t) {
     return buf;
 }
 
-struct Zone {
-    const char *tz;
-    int christmas_offset;  // seconds east of UTC on 25 December 2020
-};
-const Zone kZones[] = {
-    {"UTC", 0},
-    {"Europe/Paris", 3600},
-    {"America/New_York", -5 * 3600},
-    {"Australia/Lord_Howe", 11 * 3600},  // summer time, +10:30 +30 min
+// Seconds east of UTC on 25 December 2020 (Lord Howe: summer time, +10:30 +30 min).
+const struct Zone { const char *tz; int christmas_offset; } kZones[] = {
+    {"UTC", 0}, {"Europe/Paris", 3600}, {"America/New_York", -5 * 3600}, {"Australia/Lord_Howe", 11 * 3600},
 };
 
 TEST_F(DateTest, ParsesDatetimesInEachZone) {
@@ -178,12 +172,7 @@ TEST_F(DateTest, FarDaysAndMoments) {
 
 struct tm make_tm(int y, int mon, int d, int h, int mi, int s) {
     struct tm tm {};
-    tm.tm_year = y - 1900;
-    tm.tm_mon = mon - 1;
-    tm.tm_mday = d;
-    tm.tm_hour = h;
-    tm.tm_min = mi;
-    tm.tm_sec = s;
+    tm.tm_year = y - 1900, tm.tm_mon = mon - 1, tm.tm_mday = d, tm.tm_hour = h, tm.tm_min = mi, tm.tm_sec = s;
     const time_t t = timegm(&tm);
     gmtime_r(&t, &tm);
     tm.tm_isdst = -1;

@@ -104,12 +104,6 @@ TEST(ThreadPool, WorkerCounts) {
         EXPECT_EQ(p->scratch, nullptr);
         ThreadsEnd(p);
     }
-    p = ThreadsInit(5, 0);
-    for (int32_t w = 0; w < 5; ++w) {
-        EXPECT_EQ(p->workers[w].cpu, w % NumCpu);
-        EXPECT_EQ(p->workers[w].scratch, nullptr);
-    }
-    ThreadsEnd(p);
 }
 
 TEST(ThreadPool, MillionsOfItems) {
