@@ -225,6 +225,7 @@ Outcome TestHost::finish(size_t base) {
     results_.clear();
     o.popped = pops_;
     o.underflow = underflow_;
+    o.refused = udfkit_result_refused() != 0;
     o.leftover = stack.size() > base ? static_cast<int>(stack.size() - base) : 0;
     stack.resize(std::min(stack.size(), base));
     return o;
@@ -239,6 +240,7 @@ Outcome TestHost::call(udfkit_sqlfunc f, const std::vector<Value> &args, int nar
     int32_t t = -1, s = -1;
     TestHost *saved = g_host;
     g_host = this;
+    udfkit_set_result_limit(result_limit);
     f(&table_, nargs < 0 ? static_cast<int32_t>(args.size()) : nargs, nullptr, &t, &s);
     g_host = saved;
     return finish(base);
@@ -255,6 +257,7 @@ Outcome TestHost::call_aggregate(udfkit_sqlaggregate f, const std::vector<Value>
     int32_t t = -1, s = -1, a = -1;
     TestHost *saved = g_host;
     g_host = this;
+    udfkit_set_result_limit(result_limit);
     f(&table_, nargs < 0 ? static_cast<int32_t>(args.size()) : nargs, nullptr, &t, &s, &a);
     g_host = saved;
     return finish(base);

@@ -52,6 +52,7 @@ struct Outcome {
     int popped = 0;             // values popped (query rows included)
     int leftover = 0;           // arguments (or query values) left on the stack
     bool underflow = false;     // a pop found the stack empty
+    bool refused = false;       // the function refused a result over the limit
     // Exactly the arguments popped and exactly n results pushed.
     bool exact(int nresults) const { return leftover == 0 && !underflow && (int)pushed.size() == nresults; }
     // The single result, for the common case.
@@ -95,6 +96,8 @@ public:
     // integers as integers, NULL as the empty string).
     void use_database(sqlite3 *db);
     std::vector<std::string> queries;  // every statement asked for, in order
+    // The longest result a call may build (0: no limit), set before each call.
+    int64_t result_limit = 0;
 
     std::vector<Value> stack;  // back() is the top
     int callbacks = 0;         // slots called since construction

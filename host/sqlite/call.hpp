@@ -82,6 +82,7 @@ struct CallState {
     bool collect = false;
     std::vector<Item> results;  // Collect mode
     int pushed = 0;
+    bool refused = false;  // the function refused a result over SQLite's limit
 };
 
 // The call running on this thread (null outside any call).

@@ -42,8 +42,11 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
     state.args_left = argc;
     state.bytes = r.bytes;
 
+    // The library refuses to build a result SQLite would refuse.
+    const int64_t limit = state.db ? sqlite3_limit(state.db, SQLITE_LIMIT_LENGTH, -1) : 0;
     LibraryLock lock(library_lock());
     CallScope scope(state);
+    udfkit_set_result_limit(limit);
     if (r.row->kind == UDFKIT_KIND_AGGREGATE) {
         auto f = reinterpret_cast<udfkit_sqlaggregate>(r.fn);
         f(nullptr, argc, argc ? descs : nullptr, &state.rtype, &state.rsize, nullptr);
@@ -53,6 +56,8 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
         f(nullptr, argc, argc ? descs : nullptr, &state.rtype, &state.rsize);
         f(&call_table(), argc, argc ? descs : nullptr, &state.rtype, &state.rsize);
     }
+    state.refused = udfkit_result_refused() != 0;
+    udfkit_set_result_limit(limit);  // a call this one runs in starts clean again
 }
 
 void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
@@ -68,6 +73,7 @@ void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
         state.ctx = ctx;
         state.db = sqlite3_context_db_handle(ctx);
         run(*r, state, argc, argv);
+        if (state.refused) sqlite3_result_error_toobig(ctx);
     } catch (...) {
         sqlite3_result_error_nomem(ctx);
     }
@@ -94,6 +100,7 @@ void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
         state.below.s = *a->acc;
         state.below_present = true;
         run(*r, state, argc, argv);
+        if (state.refused) return sqlite3_result_error_toobig(ctx);
         if (!state.results.empty()) *a->acc = item_text(state.results.front());
     } catch (...) {
         sqlite3_result_error_nomem(ctx);

@@ -101,6 +101,7 @@ int vt_filter(sqlite3_vtab_cursor *cur, int idx_num, const char *, int argc, sql
         state.db = v->db;
         state.collect = true;
         run(*v->fn, state, argc, c->args.data());
+        if (state.refused) return SQLITE_TOOBIG;
         c->results = std::move(state.results);
         c->rtype = state.rtype;
     } catch (...) {
