@@ -67,6 +67,15 @@ const Case kCases[] = {
      "select typeof(x) || instr(hex(x), 'E280A6') from"
      " (select fuzzyexcerpt('mot', 'x…………… mot', 2, 10) x)", "text1"},
     {"convert to ISO-8859-1", "", "select hex(convert('é', 'UTF-8', 'ISO-8859-1'))", "E9"},
+
+    // Table-valued functions say which argument is missing.
+    {"table-valued function with no argument", "", "select * from jsonlib_next",
+     "error: jsonlib_next(): argument 1 of 1 is missing"},
+    {"argument compared, not given", "", "select * from jsonlib_getobject where arg1 > 3",
+     "error: jsonlib_getobject(): argument 1 of 1 is missing"},
+    {"argument given twice", "", "select count(*) from jsonlib_next(1) where arg1 = 2", "i:0"},
+    {"argument from a later table of the join", "",
+     "select count(*) from jsonlib_getkeyvalue j, (select 1 h) t where j.arg1 = t.h", "i:1"},
 };
 
 TEST(SqliteHostile, Reproducers) {

@@ -11,6 +11,9 @@ namespace udfkit::sqlite {
 
 namespace {
 
+// Arguments are told apart by a bit each.
+constexpr int kMaxTableArgs = 16;
+
 struct Vtab {
     sqlite3_vtab base;
     const Resolved *fn;
@@ -25,8 +28,13 @@ struct Cursor {
     bool eof = true;
 };
 
-int vt_connect(sqlite3 *db, void *aux, int, const char *const *, sqlite3_vtab **out, char **) {
+int vt_connect(sqlite3 *db, void *aux, int, const char *const *, sqlite3_vtab **out,
+               char **err) {
     const auto *r = static_cast<const Resolved *>(aux);
+    if (r->row->max_args < 0 || r->row->max_args > kMaxTableArgs) {
+        *err = sqlite3_mprintf("%s: too many arguments for a table-valued function", r->row->name);
+        return SQLITE_ERROR;
+    }
     std::string schema = "CREATE TABLE x(\"";
     schema += r->row->column1 ? r->row->column1 : "value";
     schema += "\",\"";
@@ -50,24 +58,51 @@ int vt_disconnect(sqlite3_vtab *vt) {
     return SQLITE_OK;
 }
 
+// Replaces the table's error message.
+void set_error(sqlite3_vtab *vt, const char *message) {
+    sqlite3_free(vt->zErrMsg);
+    vt->zErrMsg = sqlite3_mprintf("%s", message);
+}
+
+// Each argument comes from an equality on its hidden column (written as
+// the function's argument list).  A plan where one is not usable yet is
+// refused so that SQLite tries another join order; an argument that no
+// equality gives at all is an error in words.  A second equality on the
+// same column is left to SQLite, which checks it against the row.
 int vt_best_index(sqlite3_vtab *vt, sqlite3_index_info *info) {
     const auto *v = reinterpret_cast<Vtab *>(vt);
     const int nargs = v->fn->row->max_args;
-    int seen = 0;
+    int given[kMaxTableArgs], usable = 0, unusable = 0;
     for (int i = 0; i < info->nConstraint; ++i) {
         const auto &c = info->aConstraint[i];
-        if (c.iColumn < 2 || c.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
-        if (!c.usable) return SQLITE_CONSTRAINT;
         const int k = c.iColumn - 2;
-        if (k >= nargs) continue;
-        info->aConstraintUsage[i].argvIndex = k + 1;
-        info->aConstraintUsage[i].omit = 1;
-        seen |= 1 << k;
+        if (k < 0 || k >= nargs || c.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
+        if (!c.usable) {
+            unusable |= 1 << k;
+        } else if (!(usable & (1 << k))) {
+            usable |= 1 << k;
+            given[k] = i;
+        }
     }
-    if (seen != (1 << nargs) - 1) return SQLITE_CONSTRAINT;  // every argument is required
+    if (unusable & ~usable) return SQLITE_CONSTRAINT;
+    for (int k = 0; k < nargs; ++k) {
+        if (usable & (1 << k)) {
+            info->aConstraintUsage[given[k]].argvIndex = k + 1;
+            info->aConstraintUsage[given[k]].omit = 1;
+            continue;
+        }
+        char msg[160];
+        sqlite3_snprintf(sizeof msg, msg,
+                         "%s(): argument %d of %d is missing (give it in the call, %s(...),"
+                         " or as arg%d = value)",
+                         v->fn->row->name, k + 1, nargs, v->fn->row->name, k + 1);
+        set_error(vt, msg);
+        return SQLITE_ERROR;
+    }
     info->idxNum = nargs;
     info->estimatedCost = 1;
     info->estimatedRows = 1;
+    info->idxFlags = SQLITE_INDEX_SCAN_UNIQUE;
     return SQLITE_OK;
 }
 
@@ -96,7 +131,10 @@ int vt_filter(sqlite3_vtab_cursor *cur, int idx_num, const char *, int argc, sql
     free_args(c);
     c->results.clear();
     try {
-        for (int i = 0; i < argc; ++i) c->args.push_back(sqlite3_value_dup(argv[i]));
+        for (int i = 0; i < argc; ++i) {
+            c->args.push_back(sqlite3_value_dup(argv[i]));
+            if (!c->args.back()) return SQLITE_NOMEM;
+        }
         CallState state;
         state.db = v->db;
         state.collect = true;
