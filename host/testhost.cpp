@@ -240,7 +240,7 @@ Outcome TestHost::call(udfkit_sqlfunc f, const std::vector<Value> &args, int nar
     int32_t t = -1, s = -1;
     TestHost *saved = g_host;
     g_host = this;
-    udfkit_set_result_limit(result_limit);
+    if (result_limit >= 0) udfkit_set_result_limit(result_limit);
     f(&table_, nargs < 0 ? static_cast<int32_t>(args.size()) : nargs, nullptr, &t, &s);
     g_host = saved;
     return finish(base);
@@ -257,7 +257,7 @@ Outcome TestHost::call_aggregate(udfkit_sqlaggregate f, const std::vector<Value>
     int32_t t = -1, s = -1, a = -1;
     TestHost *saved = g_host;
     g_host = this;
-    udfkit_set_result_limit(result_limit);
+    if (result_limit >= 0) udfkit_set_result_limit(result_limit);
     f(&table_, nargs < 0 ? static_cast<int32_t>(args.size()) : nargs, nullptr, &t, &s, &a);
     g_host = saved;
     return finish(base);

@@ -96,8 +96,9 @@ public:
     // integers as integers, NULL as the empty string).
     void use_database(sqlite3 *db);
     std::vector<std::string> queries;  // every statement asked for, in order
-    // The longest result a call may build (0: no limit), set before each call.
-    int64_t result_limit = 0;
+    // The longest result a call may build (0: no limit), set before each
+    // call; -1 leaves whatever limit the thread has.
+    int64_t result_limit = -1;
 
     std::vector<Value> stack;  // back() is the top
     int callbacks = 0;         // slots called since construction

@@ -32,6 +32,7 @@ struct Case {
     const char *sql;    // a query whose first value is checked
     const char *want;   // the value, or "error: " and a part of the message
     int max_ms = 0;     // when set, the query must answer within this time
+    int max_length = 0; // when set, the connection's length limit
 };
 
 const Case kCases[] = {
@@ -68,6 +69,11 @@ const Case kCases[] = {
      " (select fuzzyexcerpt('mot', 'x…………… mot', 2, 10) x)", "text1"},
     {"convert to ISO-8859-1", "", "select hex(convert('é', 'UTF-8', 'ISO-8859-1'))", "E9"},
 
+    // Results that would outgrow what the connection accepts are refused
+    // before they are built.
+    {"convert growing past the length limit", "",
+     "select convert(printf('%.*c', 450, 'é'), 'UTF-8', 'UTF-7')", "error: too big", 0, 1000},
+
     // Table-valued functions say which argument is missing.
     {"table-valued function with no argument", "", "select * from jsonlib_next",
      "error: jsonlib_next(): argument 1 of 1 is missing"},
@@ -82,6 +88,7 @@ TEST(SqliteHostile, Reproducers) {
     for (const Case &c : kCases) {
         SqliteDb db;
         if (*c.setup) db.exec(c.setup);
+        if (c.max_length) sqlite3_limit(db.handle(), SQLITE_LIMIT_LENGTH, c.max_length);
         const auto start = std::chrono::steady_clock::now();
         const std::string got = answer(db, c.sql);
         const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
