@@ -4,11 +4,35 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <new>
 #include <string>
 
 #include "tests/sqlite_fixture.hpp"
 
 using udfkit::test::SqliteDb;
+
+namespace {
+// When above 0, the allocation of this thread that fails, counted down.
+thread_local long t_fail_in = 0;
+}  // namespace
+
+// Allocations of this process (the extension's and the library's included)
+// can be made to fail one at a time.
+void *operator new(std::size_t n) {
+    if (t_fail_in > 0 && --t_fail_in == 0) throw std::bad_alloc();
+    if (void *p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void *operator new(std::size_t n, const std::nothrow_t &) noexcept {
+    try {
+        return operator new(n);
+    } catch (...) {
+        return nullptr;
+    }
+}
+void operator delete(void *p) noexcept { std::free(p); }
+void operator delete(void *p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -102,6 +126,58 @@ TEST(SqliteHostile, Reproducers) {
         if (c.max_ms) {
             EXPECT_LE(ms, c.max_ms) << c.what;
         }
+    }
+}
+
+// The answer to `sql` when the n-th allocation of the statement's run
+// fails; `fired` tells whether it did.
+std::string answer_failing(SqliteDb &db, const char *sql, long n, bool &fired) {
+    sqlite3_stmt *st = nullptr;
+    t_fail_in = n;
+    int rc = sqlite3_prepare_v2(db.handle(), sql, -1, &st, nullptr);
+    if (rc == SQLITE_OK) rc = sqlite3_step(st);
+    fired = t_fail_in == 0;
+    t_fail_in = 0;
+    std::string out = rc == SQLITE_ROW    ? SqliteDb::render(st, 0)
+                      : rc == SQLITE_DONE ? "<no row>"
+                                          : std::string("error: ") + sqlite3_errmsg(db.handle());
+    sqlite3_finalize(st);
+    return out;
+}
+
+// An allocation that fails anywhere in a call ends it with an error or a
+// shorter result; no C++ exception ever reaches SQLite (which would end
+// the process).
+TEST(SqliteHostile, AllocationFailuresNeverEscape) {
+    const char *statements[] = {
+        "select upper('abc') || concat('a', 2.5, 'b')",
+        "select group_concat(x, ',') from (select 'a' x union all select 'b')",
+        "select kind from jsonlib_getobject(jsonlib_createparser('{\"a\":[1,2]}'))",
+        "select colattributes(1, 1)",
+        "select cvt('12.5', 'decimal(5,2)') || dec_add('1.5', 2) || todate('01/02/2020')",
+        "select fuzzysearch('dupont', 'Jean Dupond')",
+    };
+    const char *catalogue = "create table syscolattr(tabid, colno, attrkey, attrvalue);"
+                            "insert into syscolattr values (1, 1, 'k', 'v')";
+    for (const char *sql : statements) {
+        std::string normal;
+        {
+            SqliteDb db;
+            db.exec(catalogue);
+            normal = answer(db, sql);
+        }
+        bool fired = true;
+        for (long n = 1; fired && n < 1000; ++n) {
+            SqliteDb db;  // a fresh connection: its first use of a function fails too
+            db.exec(catalogue);
+            const std::string got = answer_failing(db, sql, n, fired);
+            if (!fired) {
+                EXPECT_EQ(got, normal) << sql;
+            } else if (got.rfind("error: ", 0) == 0) {
+                EXPECT_NE(got.find("out of memory"), std::string::npos) << sql << " #" << n << got;
+            }
+        }
+        EXPECT_FALSE(fired) << sql << ": still failing after 1000 allocations";
     }
 }
 

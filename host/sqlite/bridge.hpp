@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <type_traits>
 
 #include "udfkit/host.h"
 
@@ -42,19 +43,35 @@ int result_subtype_flag();
 
 namespace udfkit::sqlite {
 
-// Runs one call into the library from an SQLite callback: under the
-// library lock, with any C++ exception turned into SQLite's error (out of
-// memory for an allocation failure) so that none ever reaches SQLite.
+// The one guard of every SQLite callback that may throw: runs `body` under
+// the library lock and turns any C++ exception into an SQLite result code
+// (SQLITE_NOMEM for an allocation failure), so that none ever reaches
+// SQLite.  Returns what `body` returns, or SQLITE_OK for a void body.
 template <class F>
-void guarded(sqlite3_context *ctx, F &&body) noexcept {
+int guard(F &&body) noexcept {
     try {
         LibraryLock lock(library_lock());
-        body();
+        if constexpr (std::is_void_v<std::invoke_result_t<F>>) {
+            body();
+            return SQLITE_OK;
+        } else {
+            return body();
+        }
     } catch (const std::bad_alloc &) {
-        sqlite3_result_error_nomem(ctx);
+        return SQLITE_NOMEM;
     } catch (...) {
-        sqlite3_result_error(ctx, "udfkit: internal error", -1);
+        return SQLITE_ERROR;
     }
+}
+
+// The guard for a function callback: a failure becomes the call's error.
+template <class F>
+void guarded(sqlite3_context *ctx, F &&body) noexcept {
+    const int rc = guard(body);
+    if (rc == SQLITE_NOMEM)
+        sqlite3_result_error_nomem(ctx);
+    else if (rc != SQLITE_OK)
+        sqlite3_result_error(ctx, "udfkit: internal error", -1);
 }
 
 }  // namespace udfkit::sqlite

@@ -124,12 +124,13 @@ void emit_item(sqlite3_context *ctx, const Item &it, int32_t rtype, bool bytes);
 
 const HostCallTable &call_table();
 
-// Describes, then runs one call with `state` as the current call.
+// Describes, then runs one call with `state` as the current call (inside
+// the guard).
 void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv);
 
-void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv);
-void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv);
-void aggregate_final(sqlite3_context *ctx);
+void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept;
+void aggregate_step(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept;
+void aggregate_final(sqlite3_context *ctx) noexcept;
 
 // The module of the table-valued functions (user data: a Resolved).
 const sqlite3_module &table_module();

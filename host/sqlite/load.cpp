@@ -7,6 +7,7 @@ SQLITE_EXTENSION_INIT1
 #include <dlfcn.h>
 
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -47,17 +48,17 @@ bool resolve_all() {
             g_load_error = std::string("udfkit: cannot open libudfkit.so.0: ") + dlerror();
             return;
         }
-        auto *list = new std::vector<Resolved>;
+        auto list = std::make_unique<std::vector<Resolved>>();
         for (const FunctionRow &row : kFunctions) {
             void *fn = dlsym(h, row.name);
             if (!fn) {
                 g_load_error = std::string("udfkit: the library has no function ") + row.name;
-                delete list;
                 return;
             }
             list->push_back({&row, fn, bytes_result(row.name)});
         }
-        g_resolved = list;
+        // Kept for the life of the process: connections point into it.
+        g_resolved = list.release();
         // Date settings are fixed once per process, before any date work.
         if (auto init = reinterpret_cast<void (*)(void)>(dlsym(h, "_date_init"))) init();
     });
@@ -97,6 +98,27 @@ int register_row(sqlite3 *db, const Resolved &r) {
     return SQLITE_ERROR;
 }
 
+// Registers every function on a connection; on failure, says which.
+int register_all(sqlite3 *db, char **message) {
+    if (!resolve_all()) {
+        *message = sqlite3_mprintf("%s", g_load_error.c_str());
+        return SQLITE_ERROR;
+    }
+    for (const Resolved &r : *g_resolved) {
+        if (int rc = register_row(db, r); rc != SQLITE_OK) {
+            *message = sqlite3_mprintf("udfkit: cannot register %s", r.row->name);
+            return rc;
+        }
+    }
+    for (NativeBlock *b = g_natives; b; b = b->next) {
+        if (int rc = b->registrar(db); rc != SQLITE_OK) {
+            *message = sqlite3_mprintf("udfkit: cannot register native functions");
+            return rc;
+        }
+    }
+    return SQLITE_OK;
+}
+
 }  // namespace
 
 bool FunctionRow::deterministic() const { return state == UDFKIT_STATE_NONE; }
@@ -123,25 +145,13 @@ using namespace udfkit::sqlite;
 extern "C" __attribute__((visibility("default"))) int
 sqlite3_udfkitsqlite_init(sqlite3 *db, char **errmsg, const sqlite3_api_routines *api) {
     SQLITE_EXTENSION_INIT2(api);
-    if (!resolve_all()) {
-        if (errmsg) *errmsg = sqlite3_mprintf("%s", g_load_error.c_str());
-        return SQLITE_ERROR;
-    }
-    for (const Resolved &r : *g_resolved) {
-        int rc = register_row(db, r);
-        if (rc != SQLITE_OK) {
-            if (errmsg) *errmsg = sqlite3_mprintf("udfkit: cannot register %s", r.row->name);
-            return rc;
-        }
-    }
-    for (NativeBlock *b = g_natives; b; b = b->next) {
-        int rc = b->registrar(db);
-        if (rc != SQLITE_OK) {
-            if (errmsg) *errmsg = sqlite3_mprintf("udfkit: cannot register native functions");
-            return rc;
-        }
-    }
-    return SQLITE_OK;
+    char *message = nullptr;
+    const int rc = guard([&] { return register_all(db, &message); });
+    if (errmsg)
+        *errmsg = message;
+    else
+        sqlite3_free(message);
+    return rc;
 }
 
 extern "C" __attribute__((visibility("default"))) int

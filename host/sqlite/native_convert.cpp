@@ -60,7 +60,7 @@ void set_result(sqlite3_context *ctx, const CvtResult &r) {
     }
 }
 
-void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         const unsigned char *name = sqlite3_value_text(argv[1]);
         const auto type =
@@ -72,7 +72,7 @@ void cvt_sql(sqlite3_context *ctx, int, sqlite3_value **argv) {
     });
 }
 
-void cvterror_sql(sqlite3_context *ctx, int, sqlite3_value **) {
+void cvterror_sql(sqlite3_context *ctx, int, sqlite3_value **) noexcept {
     guarded(ctx, [&] { sqlite3_result_int(ctx, IsConvertionError()); });
 }
 

@@ -42,7 +42,7 @@ void result_text(sqlite3_context *ctx, const std::optional<std::string> &s) {
     sqlite3_result_text(ctx, s->data(), static_cast<int>(s->size()), SQLITE_TRANSIENT);
 }
 
-void sql_todate(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+void sql_todate(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         if (null_arg(argv[0])) return sqlite3_result_null(ctx);
         result_marked(ctx, date_parse(text_arg(argv[0]), argc > 1 ? text_arg(argv[1]) : nullptr),
@@ -50,33 +50,33 @@ void sql_todate(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     });
 }
 
-void sql_datetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void sql_datetext(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         const auto d = day_arg(argv[0]);
         result_text(ctx, d ? date_text(*d) : std::nullopt);
     });
 }
 
-void sql_todatetime(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void sql_todatetime(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         if (null_arg(argv[0])) return sqlite3_result_null(ctx);
         result_marked(ctx, datetime_parse(text_arg(argv[0])), kDateTimeSubtype);
     });
 }
 
-void sql_datetimetext(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void sql_datetimetext(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         if (null_arg(argv[0])) return sqlite3_result_null(ctx);
         result_text(ctx, datetime_text(sqlite3_value_int64(argv[0])));
     });
 }
 
-void sql_today(sqlite3_context *ctx, int, sqlite3_value **) {
+void sql_today(sqlite3_context *ctx, int, sqlite3_value **) noexcept {
     guarded(ctx, [&] { result_marked(ctx, date_today(), kDateSubtype); });
 }
 
 template <DatePart Part>
-void sql_part(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void sql_part(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         const auto d = day_arg(argv[0]);
         if (!d) return sqlite3_result_null(ctx);
@@ -84,7 +84,7 @@ void sql_part(sqlite3_context *ctx, int, sqlite3_value **argv) {
     });
 }
 
-void sql_datesettings(sqlite3_context *ctx, int, sqlite3_value **) {
+void sql_datesettings(sqlite3_context *ctx, int, sqlite3_value **) noexcept {
     guarded(ctx, [&] { result_text(ctx, date_settings()); });
 }
 

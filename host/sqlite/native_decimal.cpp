@@ -75,7 +75,7 @@ bool int_arg(sqlite3_context *ctx, sqlite3_value *v, const char *what, int lo, i
     return true;
 }
 
-void fn_add(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+void fn_add(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         Decimal sum{}, x;
         sum.dec_pos = 1;
@@ -87,21 +87,21 @@ void fn_add(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     });
 }
 
-void fn_sub(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void fn_sub(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         Decimal d[2];
         if (read_args(ctx, 2, argv, d)) result_decimal(ctx, dec_subtract(d[0], d[1]));
     });
 }
 
-void fn_cmp(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void fn_cmp(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         Decimal d[2];
         if (read_args(ctx, 2, argv, d)) sqlite3_result_int(ctx, dec_compare(d[0], d[1]));
     });
 }
 
-void fn_round(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void fn_round(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         int p, s;
         Decimal d;
@@ -115,7 +115,7 @@ void fn_round(sqlite3_context *ctx, int, sqlite3_value **argv) {
     });
 }
 
-void fn_format(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void fn_format(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         int w, s;
         Decimal d;
@@ -127,7 +127,7 @@ void fn_format(sqlite3_context *ctx, int, sqlite3_value **argv) {
     });
 }
 
-void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         int len = kDecDefaultPackLen;
         Decimal d;
@@ -140,7 +140,7 @@ void fn_pack(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     });
 }
 
-void fn_unpack(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void fn_unpack(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         const int type = sqlite3_value_type(argv[0]);
         if (type == SQLITE_NULL) return sqlite3_result_null(ctx);
@@ -157,7 +157,7 @@ struct SumState {
     bool failed;
 };
 
-void sum_step(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void sum_step(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     guarded(ctx, [&] {
         auto *st = static_cast<SumState *>(sqlite3_aggregate_context(ctx, sizeof(SumState)));
         if (!st) return sqlite3_result_error_nomem(ctx);
@@ -177,7 +177,7 @@ void sum_step(sqlite3_context *ctx, int, sqlite3_value **argv) {
     });
 }
 
-void sum_final(sqlite3_context *ctx) {
+void sum_final(sqlite3_context *ctx) noexcept {
     guarded(ctx, [&] {
         auto *st = static_cast<SumState *>(sqlite3_aggregate_context(ctx, 0));
         if (!st || !st->started || st->failed) return sqlite3_result_null(ctx);

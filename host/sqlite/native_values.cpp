@@ -10,7 +10,7 @@ namespace {
 using namespace udfkit::sqlite;
 
 template <unsigned Subtype>
-void mark(sqlite3_context *ctx, int, sqlite3_value **argv) {
+void mark(sqlite3_context *ctx, int, sqlite3_value **argv) noexcept {
     if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
         sqlite3_result_null(ctx);
         return;

@@ -24,6 +24,8 @@
 //   character set, which is left whole);
 // - results beyond the first of a scalar function are dropped.
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -141,6 +143,56 @@ int32_t slot_peek_string_length() {
 int32_t slot_matches(const char *pattern, const char *text) {
     return sqlite3_strglob(pattern ? pattern : "", text ? text : "") == 0 ? 1 : 0;
 }
+struct StatementCloser {
+    void operator()(sqlite3_stmt *st) const noexcept { sqlite3_finalize(st); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
+
+// A column of a result row as the library pops it: integers as integers,
+// anything else as text.
+Item column_item(sqlite3_stmt *st, int i) {
+    Item it;
+    switch (sqlite3_column_type(st, i)) {
+    case SQLITE_INTEGER:
+        it.kind = Item::Int;
+        it.i = sqlite3_column_int64(st, i);
+        break;
+    case SQLITE_FLOAT:
+        it.kind = Item::Text;
+        it.s = item_text(Item{Item::Real, 0, sqlite3_column_double(st, i), {}, 0});
+        break;
+    default: {
+        it.kind = Item::Text;
+        const unsigned char *t = sqlite3_column_text(st, i);
+        if (t) it.s.assign(reinterpret_cast<const char *>(t), sqlite3_column_bytes(st, i));
+    }
+    }
+    return it;
+}
+
+// Runs a statement and stacks its answer; false when it failed.
+bool stack_query(CallState &c, const char *sql) {
+    sqlite3_stmt *raw = nullptr;
+    const int prepared = sqlite3_prepare_v2(c.db, sql, -1, &raw, nullptr);
+    Statement st(raw);
+    if (prepared != SQLITE_OK || !st) return false;
+    const int cols = sqlite3_column_count(st.get());
+    std::vector<Item> values;
+    int64_t rows = 0;
+    int rc;
+    while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
+        ++rows;
+        for (int i = 0; i < cols; ++i) values.push_back(column_item(st.get(), i));
+    }
+    if (rc != SQLITE_DONE) return false;
+    // From the top: row count, column count, then the first row's first
+    // column onwards, so the values are stacked last first.
+    for (size_t i = values.size(); i-- > 0;) c.above.push_back(std::move(values[i]));
+    c.above.push_back(Item{Item::Int, cols, 0, {}, 0});
+    c.above.push_back(Item{Item::Int, rows, 0, {}, 0});
+    return true;
+}
+
 int32_t slot_execute_query(const char *sql) {
     CallState *c = current_call();
     if (!c || !c->db || !sql) return -1;
@@ -148,46 +200,14 @@ int32_t slot_execute_query(const char *sql) {
     // table that is a view over the catalogue functions): bounded.
     sqlhelp::QueryDepth depth;
     if (!depth.entered()) return -1;
-    sqlite3_stmt *st = nullptr;
-    if (sqlite3_prepare_v2(c->db, sql, -1, &st, nullptr) != SQLITE_OK || !st) {
-        sqlite3_finalize(st);
-        return -1;
+    const size_t depth_before = c->above.size();
+    try {
+        if (stack_query(*c, sql)) return 0;
+    } catch (const std::bad_alloc &) {
+        // fails like any other query: nothing left on the stack
     }
-    const int cols = sqlite3_column_count(st);
-    std::vector<Item> values;
-    int64_t rows = 0;
-    int rc;
-    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
-        ++rows;
-        for (int i = 0; i < cols; ++i) {
-            Item it;
-            const int type = sqlite3_column_type(st, i);
-            if (type == SQLITE_INTEGER) {
-                it.kind = Item::Int;
-                it.i = sqlite3_column_int64(st, i);
-            } else if (type == SQLITE_FLOAT) {
-                it.kind = Item::Text;
-                it.s = item_text(Item{Item::Real, 0, sqlite3_column_double(st, i), {}, 0});
-            } else {
-                it.kind = Item::Text;
-                const unsigned char *t = sqlite3_column_text(st, i);
-                if (t) it.s.assign(reinterpret_cast<const char *>(t), sqlite3_column_bytes(st, i));
-            }
-            values.push_back(std::move(it));
-        }
-    }
-    sqlite3_finalize(st);
-    if (rc != SQLITE_DONE) return -1;
-    // From the top: row count, column count, then the first row's first
-    // column onwards, so the values are stacked last first.
-    for (size_t i = values.size(); i-- > 0;) c->above.push_back(std::move(values[i]));
-    Item n;
-    n.kind = Item::Int;
-    n.i = cols;
-    c->above.push_back(n);
-    n.i = rows;
-    c->above.push_back(n);
-    return 0;
+    c->above.resize(depth_before);
+    return -1;
 }
 
 HostCallTable make_table() {

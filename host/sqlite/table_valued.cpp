@@ -29,37 +29,39 @@ struct Cursor {
 };
 
 int vt_connect(sqlite3 *db, void *aux, int, const char *const *, sqlite3_vtab **out,
-               char **err) {
+               char **err) noexcept {
     const auto *r = static_cast<const Resolved *>(aux);
     if (r->row->max_args < 0 || r->row->max_args > kMaxTableArgs) {
         *err = sqlite3_mprintf("%s: too many arguments for a table-valued function", r->row->name);
         return SQLITE_ERROR;
     }
-    std::string schema = "CREATE TABLE x(\"";
-    schema += r->row->column1 ? r->row->column1 : "value";
-    schema += "\",\"";
-    schema += r->row->column2 ? r->row->column2 : "value2";
-    schema += "\"";
-    for (int i = 0; i < r->row->max_args; ++i) schema += ",arg" + std::to_string(i + 1) + " HIDDEN";
-    schema += ")";
-    int rc = sqlite3_declare_vtab(db, schema.c_str());
-    if (rc != SQLITE_OK) return rc;
-    auto *v = static_cast<Vtab *>(sqlite3_malloc(sizeof(Vtab)));
-    if (!v) return SQLITE_NOMEM;
-    std::memset(v, 0, sizeof *v);
-    v->fn = r;
-    v->db = db;
-    *out = &v->base;
-    return SQLITE_OK;
+    return guard([&] {
+        std::string schema = "CREATE TABLE x(\"";
+        schema += r->row->column1 ? r->row->column1 : "value";
+        schema += "\",\"";
+        schema += r->row->column2 ? r->row->column2 : "value2";
+        schema += "\"";
+        for (int i = 0; i < r->row->max_args; ++i) schema += ",arg" + std::to_string(i + 1) + " HIDDEN";
+        schema += ")";
+        int rc = sqlite3_declare_vtab(db, schema.c_str());
+        if (rc != SQLITE_OK) return rc;
+        auto *v = static_cast<Vtab *>(sqlite3_malloc(sizeof(Vtab)));
+        if (!v) return SQLITE_NOMEM;
+        std::memset(v, 0, sizeof *v);
+        v->fn = r;
+        v->db = db;
+        *out = &v->base;
+        return SQLITE_OK;
+    });
 }
 
-int vt_disconnect(sqlite3_vtab *vt) {
+int vt_disconnect(sqlite3_vtab *vt) noexcept {
     sqlite3_free(vt);
     return SQLITE_OK;
 }
 
 // Replaces the table's error message.
-void set_error(sqlite3_vtab *vt, const char *message) {
+void set_error(sqlite3_vtab *vt, const char *message) noexcept {
     sqlite3_free(vt->zErrMsg);
     vt->zErrMsg = sqlite3_mprintf("%s", message);
 }
@@ -69,7 +71,7 @@ void set_error(sqlite3_vtab *vt, const char *message) {
 // refused so that SQLite tries another join order; an argument that no
 // equality gives at all is an error in words.  A second equality on the
 // same column is left to SQLite, which checks it against the row.
-int vt_best_index(sqlite3_vtab *vt, sqlite3_index_info *info) {
+int vt_best_index(sqlite3_vtab *vt, sqlite3_index_info *info) noexcept {
     const auto *v = reinterpret_cast<Vtab *>(vt);
     const int nargs = v->fn->row->max_args;
     int given[kMaxTableArgs], usable = 0, unusable = 0;
@@ -106,31 +108,33 @@ int vt_best_index(sqlite3_vtab *vt, sqlite3_index_info *info) {
     return SQLITE_OK;
 }
 
-void free_args(Cursor *c) {
+void free_args(Cursor *c) noexcept {
     for (sqlite3_value *v : c->args) sqlite3_value_free(v);
     c->args.clear();
 }
 
-int vt_open(sqlite3_vtab *, sqlite3_vtab_cursor **out) {
+int vt_open(sqlite3_vtab *, sqlite3_vtab_cursor **out) noexcept {
     auto *c = new (std::nothrow) Cursor();
     if (!c) return SQLITE_NOMEM;
     *out = &c->base;
     return SQLITE_OK;
 }
 
-int vt_close(sqlite3_vtab_cursor *cur) {
+int vt_close(sqlite3_vtab_cursor *cur) noexcept {
     auto *c = reinterpret_cast<Cursor *>(cur);
     free_args(c);
     delete c;
     return SQLITE_OK;
 }
 
-int vt_filter(sqlite3_vtab_cursor *cur, int idx_num, const char *, int argc, sqlite3_value **argv) {
+int vt_filter(sqlite3_vtab_cursor *cur, int, const char *, int argc, sqlite3_value **argv) noexcept {
     auto *c = reinterpret_cast<Cursor *>(cur);
     const auto *v = reinterpret_cast<Vtab *>(cur->pVtab);
     free_args(c);
     c->results.clear();
-    try {
+    c->eof = true;
+    return guard([&] {
+        c->args.reserve(argc);  // so that no copy is lost to a failing push
         for (int i = 0; i < argc; ++i) {
             c->args.push_back(sqlite3_value_dup(argv[i]));
             if (!c->args.back()) return SQLITE_NOMEM;
@@ -142,21 +146,19 @@ int vt_filter(sqlite3_vtab_cursor *cur, int idx_num, const char *, int argc, sql
         if (state.refused) return SQLITE_TOOBIG;
         c->results = std::move(state.results);
         c->rtype = state.rtype;
-    } catch (...) {
-        return SQLITE_NOMEM;
-    }
-    c->eof = c->results.empty();  // a function that pushed nothing gives no row
-    return SQLITE_OK;
+        c->eof = c->results.empty();  // a function that pushed nothing gives no row
+        return SQLITE_OK;
+    });
 }
 
-int vt_next(sqlite3_vtab_cursor *cur) {
+int vt_next(sqlite3_vtab_cursor *cur) noexcept {
     reinterpret_cast<Cursor *>(cur)->eof = true;
     return SQLITE_OK;
 }
 
-int vt_eof(sqlite3_vtab_cursor *cur) { return reinterpret_cast<Cursor *>(cur)->eof; }
+int vt_eof(sqlite3_vtab_cursor *cur) noexcept { return reinterpret_cast<Cursor *>(cur)->eof; }
 
-int vt_column(sqlite3_vtab_cursor *cur, sqlite3_context *ctx, int i) {
+int vt_column(sqlite3_vtab_cursor *cur, sqlite3_context *ctx, int i) noexcept {
     auto *c = reinterpret_cast<Cursor *>(cur);
     const auto *v = reinterpret_cast<Vtab *>(cur->pVtab);
     if (i < 2) {
@@ -170,7 +172,7 @@ int vt_column(sqlite3_vtab_cursor *cur, sqlite3_context *ctx, int i) {
     return SQLITE_OK;
 }
 
-int vt_rowid(sqlite3_vtab_cursor *, sqlite3_int64 *rowid) {
+int vt_rowid(sqlite3_vtab_cursor *, sqlite3_int64 *rowid) noexcept {
     *rowid = 1;
     return SQLITE_OK;
 }
