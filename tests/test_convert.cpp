@@ -127,7 +127,7 @@ TEST(Convert, IntegerTargets) {
         }},
         {"long", as_long, {
             {dbl(1e19), INT64_MIN}, {dbl(1e18), 1000000000000000000LL},  // no range test
-            {dec("-12345678901234.9", 0x1001), -12345678901234LL},       {txt("9223372036854775807"), INT64_MAX},
+            {dec("-12345678901234.9", 0x1001), -12345678901234LL}, {txt("9223372036854775807"), INT64_MAX},
             {vch(""), INT64_MIN},
         }},
         // dates: text under DBDATE, floats truncated without nudge
@@ -135,7 +135,7 @@ TEST(Convert, IntegerTargets) {
             {txt("   25/12/2020"), kXmas},                 {txt("31/02/2020"), 0, 1},
             {dbl(-1.99999), -1},    {dbl(1e300), INT32_MIN},  {dec("77061.9", 0x0601), kXmas},
             {i32(int32_t(kXmas1345), UDF_T_DATETIME32), kXmas}, {i64((1LL << 32) + 5), 5},  // low 32 bits
-            {i64(kXmas1345, UDF_T_TIMESTAMP), kXmas},      {i64(kXmasMidnight - 1, UDF_T_DATETIME), kXmas - 1},
+            {i64(kXmas1345, UDF_T_TIMESTAMP), kXmas}, {i64(kXmasMidnight - 1, UDF_T_DATETIME), kXmas - 1},
         }},
         {"dtime", as_dtime, {
             {txt("25/12/2020 13:45:00"), kXmas1345},       {txt(" 25/12/2020"), INT64_MIN},
@@ -239,7 +239,8 @@ TEST(Convert, TextTargets) {
 }
 
 TEST(Convert, VcharSources) {
-    const struct { size_t len, want; int flag; } cases[] = {{65534, 65534, 0}, {65535, 65534, 1}, {10, 10, 0}};
+    const struct { size_t len, want; int flag; } cases[] = {
+        {65534, 65534, 0}, {65535, 65534, 1}, {10, 10, 0}};
     for (const auto &c : cases) {
         Src s = vch(std::string(c.len, '7'));
         IsConvertionError();

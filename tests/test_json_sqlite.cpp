@@ -43,7 +43,8 @@ TEST(SqliteJson, ParseWalkAndFree) {
     EXPECT_EQ(db.one("select jsonlib_extractobject(0, '$.a.b[0]')"), "NULL");
     testing::internal::CaptureStderr();
     EXPECT_EQ(db.one("select jsonlib_createparser('[1')"), "i:-1");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "NXJSON PARSE ERROR (263): unexpected end of text at \n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "NXJSON PARSE ERROR (263): unexpected end of text at \n");
 }
 
 }  // namespace

@@ -13,31 +13,25 @@
 namespace {
 using namespace udfkit::sqlhelp;
 
-// What a text reads as: its exact text, "NULL" or "NaN" (not a number).
+// What a read gave: the value's exact text, "NULL" or "NaN" (not a number).
+std::string shown(DecRead r, const Decimal &d) {
+    return r == DecRead::Null ? "NULL" : r == DecRead::NotNumber ? "NaN" : dec_text(d);
+}
 std::string read_text(const std::string &s) {
     Decimal d;
-    switch (dec_read_text(s.data(), s.size(), d)) {
-    case DecRead::Null: return "NULL";
-    case DecRead::NotNumber: return "NaN";
-    case DecRead::Ok: break;
-    }
-    return dec_text(d);
+    const DecRead r = dec_read_text(s.data(), s.size(), d);
+    return shown(r, d);
+}
+std::string read_packed(const std::vector<unsigned char> &b) {
+    Decimal d;
+    const DecRead r = dec_read_packed(b.data(), b.size(), d);
+    return shown(r, d);
 }
 
 Decimal num(const std::string &s) {
     Decimal d;
     EXPECT_EQ(dec_read_text(s.data(), s.size(), d), DecRead::Ok) << s;
     return d;
-}
-
-std::string read_packed(const std::vector<unsigned char> &b) {
-    Decimal d;
-    switch (dec_read_packed(b.data(), b.size(), d)) {
-    case DecRead::Null: return "NULL";
-    case DecRead::NotNumber: return "NaN";
-    case DecRead::Ok: break;
-    }
-    return dec_text(d);
 }
 
 TEST(SqlDecimal, ReadsTexts) {
