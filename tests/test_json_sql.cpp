@@ -53,10 +53,7 @@ TEST_F(JsonSql, Paths) {
     const int p = create(kDoc);
     ASSERT_EQ(p, 0);
     const Value b = one(jsonlib_getvalue, {one(jsonlib_extractobject, {I(p), S("$")})});
-    const struct {
-        const char *path;
-        Value expected;
-    } cases[] = {
+    const struct { const char *path; Value expected; } cases[] = {
         {"$.a.b[0]", L(10)},       {"$.a.b[1]", D(20.5)},  {"$.a.b[2]", S("x")},
         {"$.a.b[3]", I(1)},        {"$.a.b[4]", S("")},    {"$.a.b[5]", S("")},
         {"$.a.c", S("")},          {"$.a[0]", S("")},      {"a.b", S("")},
