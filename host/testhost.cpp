@@ -5,6 +5,7 @@
 // value from the top and PeekType(k >= 0) the k-th from the bottom; an
 // empty stack pops a null and is reported as an underflow.
 #include "host/testhost.hpp"
+#include "runtime/null_traits.hpp"
 #include "sqlhelp/text.hpp"
 
 #include <sqlite3.h>
@@ -41,7 +42,7 @@ int32_t clamp32(int64_t v) {
 }
 
 int64_t double_to_64(double d) {
-    if (std::isnan(d)) return INT64_MIN;
+    if (std::isnan(d)) return nulls::kLong;
     if (d >= 9.2233720368547758e18) return INT64_MAX;
     if (d <= -9.2233720368547758e18) return INT64_MIN;
     return static_cast<int64_t>(d);
@@ -83,20 +84,16 @@ void slot_push_double(double v) { host().push_result(Value::real(v)); }
 void slot_push_string(const char *s) { host().push_result(Value::str(s ? s : "")); }
 void slot_pop_int(int32_t *out) {
     Value v = host().pop();
-    *out = clamp32(as_int64(v, INT32_MIN));
+    *out = clamp32(as_int64(v, nulls::kInteger));
 }
 void slot_pop_long(int64_t *out) {
     Value v = host().pop();
-    *out = as_int64(v, INT64_MIN);
+    *out = as_int64(v, nulls::kLong);
 }
 void slot_pop_double(double *out) {
     Value v = host().pop();
     switch (v.kind) {
-    case Value::Null: {
-        uint64_t bits = ~0ull;
-        std::memcpy(out, &bits, sizeof bits);
-        break;
-    }
+    case Value::Null: *out = nulls::float_null(); break;
     case Value::Double: *out = v.d; break;
     case Value::String: *out = std::strtod(v.s.c_str(), nullptr); break;
     default: *out = static_cast<double>(v.i); break;
@@ -104,7 +101,7 @@ void slot_pop_double(double *out) {
 }
 void slot_pop_date(int32_t *out) {
     Value v = host().pop();
-    *out = clamp32(as_int64(v, INT32_MIN));
+    *out = clamp32(as_int64(v, nulls::kInteger));
 }
 void slot_pop_string(char *buf, int32_t cap) {
     Value v = host().pop();

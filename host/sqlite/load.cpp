@@ -31,12 +31,17 @@ bool bytes_result(const char *name) {
 std::vector<Resolved> *g_resolved = nullptr;
 std::string g_load_error;
 
+// The name the build gave the library (its soname).
+#ifndef UDFKIT_CORE_LIBRARY
+#error "UDFKIT_CORE_LIBRARY must name the library's shared object"
+#endif
+
 void *library_handle() {
     // The bridge is linked against the library, so it is loaded already;
     // lookups go through its handle so that its names win over any other
     // object's (the C library has its own `basename`).
-    void *h = dlopen("libudfkit.so.0", RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
-    if (!h) h = dlopen("libudfkit.so.0", RTLD_NOW | RTLD_LOCAL);
+    void *h = dlopen(UDFKIT_CORE_LIBRARY, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
+    if (!h) h = dlopen(UDFKIT_CORE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     return h;
 }
 
@@ -45,7 +50,7 @@ bool resolve_all() {
     std::call_once(once, [] {
         void *h = library_handle();
         if (!h) {
-            g_load_error = std::string("udfkit: cannot open libudfkit.so.0: ") + dlerror();
+            g_load_error = std::string("udfkit: cannot open " UDFKIT_CORE_LIBRARY ": ") + dlerror();
             return;
         }
         auto list = std::make_unique<std::vector<Resolved>>();

@@ -80,17 +80,9 @@ bool popped_null(const Popped &p) {
 
 int64_t popped_int64(const Popped &p) {
     if (p.v) return sqlite3_value_int64(p.v);
-    switch (p.item.kind) {
-    case Item::Int: return p.item.i;
-    case Item::Real: {
-        double d = p.item.d;
-        if (!(d == d)) return 0;
-        if (d >= 9.2233720368547758e18) return INT64_MAX;
-        if (d <= -9.2233720368547758e18) return INT64_MIN;
-        return static_cast<int64_t>(d);
-    }
-    default: return std::strtoll(p.item.s.c_str(), nullptr, 10);
-    }
+    // Stacked items are integers or texts (a query's reals come as text).
+    if (p.item.kind == Item::Int) return p.item.i;
+    return std::strtoll(item_text(p.item).c_str(), nullptr, 10);
 }
 
 void text_of(sqlite3_value *v, ValueText &out) {
