@@ -8,8 +8,6 @@
 #include "runtime/null_traits.hpp"
 #include "sqlhelp/text.hpp"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <cmath>
@@ -197,7 +195,7 @@ TestHost::TestHost() {
     table_.Matches = slot_matches;
     table_.ExecuteQuery = slot_execute_query;
     matcher = [](const std::string &p, const std::string &t) {
-        return sqlite3_strglob(p.c_str(), t.c_str()) == 0;
+        return sqlhelp::glob_match(p.c_str(), t.c_str());
     };
     previous_ = g_host;
     g_host = this;
@@ -278,33 +276,6 @@ Describe TestHost::describe_aggregate(udfkit_sqlaggregate f, const std::vector<A
       args.empty() ? nullptr : args.data(), &d.type, &d.size, with_flag ? &d.aggregate : nullptr);
     d.touched_host = callbacks != before || !results_.empty();
     return d;
-}
-
-void TestHost::use_database(sqlite3 *db) {
-    query = [db](const std::string &sql, QueryRows &out) {
-        sqlite3_stmt *st = nullptr;
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
-            sqlite3_finalize(st);
-            return false;
-        }
-        out.columns = st ? sqlite3_column_count(st) : 0;
-        int rc;
-        while (st && (rc = sqlite3_step(st)) == SQLITE_ROW) {
-            std::vector<Value> row;
-            for (int c = 0; c < out.columns; ++c) {
-                if (sqlite3_column_type(st, c) == SQLITE_INTEGER)
-                    row.push_back(Value::integer(sqlite3_column_int64(st, c)));
-                else {
-                    const unsigned char *t = sqlite3_column_text(st, c);
-                    row.push_back(Value::str(t ? reinterpret_cast<const char *>(t) : ""));
-                }
-            }
-            out.rows.push_back(std::move(row));
-        }
-        bool ok = !st || rc == SQLITE_DONE;
-        sqlite3_finalize(st);
-        return ok;
-    };
 }
 
 }  // namespace udfkit::test

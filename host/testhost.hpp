@@ -93,7 +93,8 @@ public:
     // statement fails.
     std::function<bool(const std::string &sql, QueryRows &out)> query;
     // Runs ExecuteQuery on a real SQLite connection (values as text,
-    // integers as integers, NULL as the empty string).
+    // integers as integers, NULL as the empty string); only in builds with
+    // SQLite.
     void use_database(sqlite3 *db);
     std::vector<std::string> queries;  // every statement asked for, in order
     // The longest result a call may build (0: no limit), set before each

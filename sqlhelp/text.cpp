@@ -35,6 +35,45 @@ size_t valid_char(const unsigned char *s, size_t len) {
 
 thread_local int t_query_depth = 0;
 
+// One character as a code point; a byte that starts none stands for itself.
+uint32_t next_char(const unsigned char *&p) {
+    const uint32_t c = *p++;
+    const size_t n = lead_length(static_cast<unsigned char>(c));
+    if (n < 2) return c;
+    uint32_t cp = c & (0x7F >> n);
+    for (size_t i = 1; i < n && is_cont(*p); ++i) cp = (cp << 6) | (*p++ & 0x3F);
+    return cp;
+}
+
+// Matches c against the set that starts after a '['; leaves p after its
+// ']'.  Returns 1 or 0, or -1 for a set left open.
+int set_match(const unsigned char *&p, uint32_t c) {
+    bool negate = false, seen = false;
+    if (*p == '^') {
+        negate = true;
+        ++p;
+    }
+    uint32_t prev = 0;  // a character that may start a range
+    if (*p == ']') {
+        seen = c == ']';
+        ++p;
+    }
+    while (*p && *p != ']') {
+        if (*p == '-' && prev && p[1] && p[1] != ']') {
+            ++p;
+            const uint32_t hi = next_char(p);
+            seen = seen || (c >= prev && c <= hi);
+            prev = 0;
+        } else {
+            prev = next_char(p);
+            seen = seen || c == prev;
+        }
+    }
+    if (!*p) return -1;
+    ++p;
+    return seen != negate ? 1 : 0;
+}
+
 }  // namespace
 
 size_t utf8_cut(const char *s, size_t len, size_t max) noexcept {
@@ -84,6 +123,47 @@ void utf8_trim_ends(const char *&s, size_t &len) noexcept {
     }
     s += start;
     len = end - start;
+}
+
+bool glob_match(const char *pattern, const char *text) noexcept {
+    auto p = reinterpret_cast<const unsigned char *>(pattern);
+    auto t = reinterpret_cast<const unsigned char *>(text);
+    // Every token but a star takes one character, so only the last star
+    // needs to take more when the rest fails.
+    const unsigned char *star_p = nullptr, *star_t = nullptr;
+    for (;;) {
+        if (*p == '*') {
+            while (*p == '*') ++p;
+            star_p = p;
+            star_t = t;
+            continue;
+        }
+        if (!*p && !*t) return true;
+        int step = 0;
+        const unsigned char *np = p, *nt = t;
+        if (*p && *t) {
+            const uint32_t c = next_char(nt);
+            if (*np == '?') {
+                ++np;
+                step = 1;
+            } else if (*np == '[') {
+                ++np;
+                step = set_match(np, c);
+                if (step < 0) return false;
+            } else {
+                step = next_char(np) == c;
+            }
+        }
+        if (step) {
+            p = np;
+            t = nt;
+            continue;
+        }
+        if (!star_p || !*star_t) return false;
+        next_char(star_t);
+        p = star_p;
+        t = star_t;
+    }
 }
 
 size_t real_to_text(double d, char *buf) noexcept {

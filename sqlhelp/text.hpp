@@ -26,6 +26,13 @@ bool utf8_valid(const char *s, size_t len) noexcept;
 // bytes at the start, a lead byte whose character is cut at the end.
 void utf8_trim_ends(const char *&s, size_t &len) noexcept;
 
+// Whether `text` matches the glob `pattern`, character by UTF-8 character
+// and case-sensitive: * any run, ? one character, [...] one of a set with
+// ranges a-z, [^...] one not in it (a ] first in a set is itself).  A set
+// left open matches nothing.  Time stays proportional to the product of
+// the lengths, whatever the stars.
+bool glob_match(const char *pattern, const char *text) noexcept;
+
 // A float as the shortest plain decimal text that reads back to the same
 // double (no exponent): 2500000000000000, 0.00005.  Infinities and NaN
 // give "inf", "-inf", "nan".  Returns the length written, terminator not

@@ -57,6 +57,19 @@ TEST(Utf8, TrimEndsDropsPartialCharacters) {
     }
 }
 
+TEST(Glob, Patterns) {
+    const std::string many_a(3000, 'a');
+    struct Case { const char *pattern, *text; bool match; } cases[] = {
+        {"a*c", "abbbc", true},     {"a*c", "abbcb", false},   {"*", "", true},
+        {"?", "\xC3\xA9", true},    {"??", "\xC3\xA9", false}, {"[a-c]x", "bx", true},
+        {"[^a-c]", "d", true},      {"[^a-c]", "b", false},    {"[]]", "]", true},
+        {"[a-]", "-", true},        {"[\xC3\xA0-\xC3\xBF]", "\xC3\xA9", true},
+        {"a[", "a[", false},        {"*a*a*a*a*a*a*b", many_a.c_str(), false},
+        {"A*", "abc", false},       {"*?*", "x", true},        {"[*]", "*", true},
+    };
+    for (const auto &c : cases) EXPECT_EQ(glob_match(c.pattern, c.text), c.match) << c.pattern;
+}
+
 TEST(RealText, PlainShortestAndExact) {
     struct Case { double d; const char *want; } cases[] = {
         {2.5e15, "2500000000000000"}, {0.00005, "0.00005"}, {-1.5, "-1.5"},
