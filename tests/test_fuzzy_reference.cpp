@@ -1,7 +1,8 @@
-// The search against a plain transcription of its algorithm, on random
-// patterns and texts: the scores, and every term's position, length, score
-// and cutoff, must be the same to the bit.  The search skips work that
-// cannot change its outcome; this test is what keeps those shortcuts honest.
+// The search against a plain transcription of its algorithm: the scores,
+// and every term's position, length, score and cutoff, must be the same to
+// the bit.  The search skips work that cannot change its outcome; this test
+// is what keeps those shortcuts honest.  Known scores hold the
+// transcription to account.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -90,6 +91,60 @@ double reference(const std::string &text, std::vector<TermResult> &out) {
     return std::clamp(r, 0.0, 1.0);
 }
 
+// Searches text for pattern, compiled afresh under the phonetics in force,
+// and the transcription on the same table: "" when both agree to the bit,
+// else what differs.
+std::string compare(const std::string &pattern, const std::string &text, double *score) {
+    BuildRecherche("");
+    const double got = FuzzySearch(pattern.c_str(), text.c_str());
+    std::vector<TermResult> want;
+    const double expect = reference(text, want);
+    bool same = std::memcmp(&got, &expect, sizeof got) == 0;
+    for (size_t j = 0; j < want.size(); ++j) {
+        const SearchTerm &t = Recherche[j];
+        same = same && t.position == want[j].position && t.cutoff == want[j].cutoff;
+        if (want[j].position >= 0) same = same && t.matchLength == want[j].matchLength && t.score == want[j].score;
+    }
+    *score = got;
+    if (same) return "";
+    return "pattern [" + pattern + "] text [" + text + "]: " + std::to_string(got) + " vs " + std::to_string(expect);
+}
+
+// 1 - 1/3 and (3 - 1)/3 differ in the last bit: the score is the former.
+TEST(FuzzyReference, KnownScores) {
+    struct {
+        const char *pattern, *text;
+        double want;
+        int position;  // of the first term
+    } cases[] = {
+        {"dupont", "M. Dupond habite ici", 1 - 1.0 / 6, 3},
+        {"123", "124", 1 - 1.0 / 3, 0},
+        {"jean +dupont", "Jean Dupond", 1 - 1.0 / 6, 0},
+        {"+dupont jean", "Jean Dupond", 1.0, 5},
+        {"+dupont", "Dupont", 0.0, 0},
+        {"martin -paris", "Martine de Paris", 0.0, 0},
+        {"dupont", "Du-pont", 1 - 2.0 / 6, 3},
+        {"'rue de la paix'", "12 rue de la Paix, Paris", 1.0, 3},
+        {"'rue de la paix'", "la paix de la rue", 0.0, 14},
+        {"'dupond'", "Dupont", 1 - 2.0 / 6, 0},
+        {"dupont", "Dupont et Dupont", 1.0, 0},  // the first exact match keeps the position
+        {"a", "a b a", 0.0, -1},                 // a one-byte term never matches
+        {"dupont", " .,;", 0.0, -1},
+        {" ,+", "Dupont", 0.0, 0},  // no term
+        {"caf\xc3\xa9", "CAFE", 1.0, 0},
+    };
+    std::strcpy(IsoCode, "UTF-8");
+    for (const auto &c : cases) {
+        double got = -1;
+        EXPECT_EQ(compare(c.pattern, c.text, &got), "");
+        EXPECT_EQ(got, c.want) << c.pattern << " / " << c.text;
+        if (Recherche[0].word) {
+            EXPECT_EQ(Recherche[0].position, c.position) << c.pattern << " / " << c.text;
+        }
+    }
+    BuildRecherche("");
+}
+
 TEST(FuzzyReference, RandomPatternsAndTexts) {
     const char *vocab[] = {"dupont", "dupond", "Dupont", "jean", "Jean", "martin", "martine",
                            "paris", "Paris", "rue", "de", "la", "paix", "Paix", "fichier",
@@ -102,33 +157,20 @@ TEST(FuzzyReference, RandomPatternsAndTexts) {
     std::mt19937 rng(20261123);
     auto pick = [&](auto &arr) { return std::string(arr[rng() % (sizeof arr / sizeof arr[0])]); };
     std::strcpy(IsoCode, "UTF-8");
-    const int kCases = 20000;
     int failures = 0;
-    for (int c = 0; c < kCases && failures < 5; ++c) {
+    for (int c = 0; c < 20000 && failures < 5; ++c) {
         Phonetiseur = rng() % 4 ? Phonex : PhonexNone;
         std::string pattern, text;
-        int nt = 1 + rng() % 6;
         if (rng() % 3 == 0) pattern = pick(pat_seps).substr(1);
-        for (int k = 0; k < nt; ++k) pattern += (k ? pick(pat_seps) : "") + pick(vocab);
+        for (int k = 0, nt = 1 + rng() % 6; k < nt; ++k) pattern += (k ? pick(pat_seps) : "") + pick(vocab);
         // Some texts are long enough for the search to remember keys.
-        int nw = c % 40 == 0 ? 600 + rng() % 600 : rng() % 30;
-        for (int k = 0; k < nw; ++k) text += pick(vocab) + pick(seps);
-        // Compile afresh so that the table follows this case's phonetics.
-        BuildRecherche("");
-        double got = FuzzySearch(pattern.c_str(), text.c_str());
-        std::vector<TermResult> want;
-        double expect = reference(text, want);
-        bool same = std::memcmp(&got, &expect, sizeof got) == 0;
-        for (size_t j = 0; j < want.size(); ++j) {
-            const SearchTerm &t = Recherche[j];
-            same = same && t.position == want[j].position && t.cutoff == want[j].cutoff;
-            if (want[j].position >= 0)
-                same = same && t.matchLength == want[j].matchLength && t.score == want[j].score;
-        }
-        if (!same) {
+        for (int k = 0, nw = c % 40 == 0 ? 600 + rng() % 600 : rng() % 30; k < nw; ++k)
+            text += pick(vocab) + pick(seps);
+        double score;
+        const std::string diff = compare(pattern, text, &score);
+        if (!diff.empty()) {
             ++failures;
-            ADD_FAILURE() << "pattern [" << pattern << "] text [" << text << "]: " << got << " vs "
-                          << expect;
+            ADD_FAILURE() << diff;
         }
     }
     Phonetiseur = Phonex;
