@@ -111,87 +111,52 @@ TEST(LevDist, Examples) {
     }
 }
 
-// Every pair of lengths 0 to 20 and a few up to 80 (one to four 16-byte
-// registers, and past one machine word), over alphabets of 2 to 5 letters
-// so that distances are small and the cut-off fires at every row, with
-// every cut from below zero to past the lengths.  Each string sits in a
-// heap block of exactly its size, so that the sanitizer build catches a
-// read past a terminator.
-TEST(LevDist, ShortStringsSameAsTheTwoRowProgramme) {
-    std::vector<int32_t> lengths = {31, 32, 33, 48, 49, 80};
+// Every pair of lengths 0 to 20 and of lengths around the 16-byte
+// registers, the 64-position words and the 255-byte limit (and past it),
+// as random strings over alphabets of 2 to 200 bytes (bytes above 0x7F
+// included) and as one string and an edited copy of it: small distances,
+// so that the cut-off fires at every row.  Every cut up to 24, those near
+// the distance and a spread of others.  Each string sits in a heap block
+// of exactly its size, so that the sanitizer build catches a read past a
+// terminator.
+TEST(LevDist, SameAsTheTwoRowProgramme) {
+    std::vector<int32_t> lengths = {31, 32, 33, 48, 49, 63, 64, 65, 80, 127, 128, 129, 193, 255, 256, 1000};
     for (int32_t n = 0; n <= 20; ++n) lengths.push_back(n);
+    const int alphabets[] = {2, 200, 4, 26, 3, 5};
     std::mt19937 rng(777);
+    auto letter = [&](int alphabet) { return (char)(alphabet > 26 ? 1 + rng() % alphabet : 'a' + rng() % alphabet); };
     int mismatches = 0;
     for (int32_t l1 : lengths)
         for (int32_t l2 : lengths)
-            for (int trial = 0; trial < 24 && mismatches < 10; ++trial) {
-                const int alphabet = 2 + trial % 4;
+            for (int trial = 0; trial < (l1 <= 20 || l2 <= 20 ? 24 : 8) && mismatches < 10; ++trial) {
+                const int alphabet = alphabets[trial / 2 % 6];
                 std::string a(l1, ' '), b(l2, ' ');
-                for (char &c : a) c = (char)('a' + rng() % alphabet);
-                for (char &c : b) c = (char)('a' + rng() % alphabet);
-                if (trial % 6 == 0) b.replace(0, std::min(l1, l2), a, 0, std::min(l1, l2));
+                for (char &c : a) c = letter(alphabet);
+                for (char &c : b) c = letter(alphabet);
+                if (trial % 2) {  // a copy of a, a few bytes changed, cut or padded to l2
+                    b = a.substr(0, l2);
+                    for (int k = rng() % 8; k > 0 && !b.empty(); --k) b[rng() % b.size()] = letter(alphabet);
+                    while ((int32_t)b.size() < l2) b += letter(alphabet);
+                }
                 const std::vector<char> pa(a.c_str(), a.c_str() + l1 + 1), pb(b.c_str(), b.c_str() + l2 + 1);
-                const Rows rows(a, b);
-                const int32_t plain = rows.with_cut(l1, l2, INT32_MAX);
-                if (LevDist(pa.data(), pb.data()) != plain) {
+                const bool small = l1 <= 255 && l2 <= 255;
+                const Rows rows(small ? a : "", small ? b : "");
+                if (LevDist(pa.data(), pb.data()) != rows.with_cut(l1, l2, small ? INT32_MAX : 0)) {
                     ++mismatches;
                     ADD_FAILURE() << a << " / " << b << ": LevDist " << LevDist(a.c_str(), b.c_str());
                 }
                 auto check = [&](int32_t cut) {
                     const int32_t got = LevDistCutOff(pa.data(), pb.data(), cut);
-                    if (got != rows.with_cut(l1, l2, cut)) {
+                    if (got != rows.with_cut(l1, l2, small ? cut : 0)) {
                         ++mismatches;
                         ADD_FAILURE() << a << " / " << b << " cut " << cut << ": " << got;
                     }
                 };
-                for (int32_t cut = -2; cut <= std::max(l1, l2) + 2; ++cut) check(cut);
+                for (int32_t cut = -2; cut <= std::max(l1, l2) + 2; cut += cut < 24 ? 1 : 1 + rng() % 9) check(cut);
+                for (int32_t d = -3; d <= 3; ++d) check(rows.last + d);
                 check(255);
+                check(1000000);
             }
-}
-
-// Lengths around the machine-word boundaries and up to the limit and past
-// it, each pair over alphabets from 2 bytes to 200 (bytes above 0x7F
-// included), as random strings and as one string and an edited copy of it
-// (small distances, so that the cut-off fires at every row).  Every cut
-// near the distance and a spread of others.
-TEST(LevDist, LongStringsSameAsTheTwoRowProgramme) {
-    const int32_t lengths[] = {0, 1, 5, 63, 64, 65, 100, 127, 128, 129, 192, 193, 250, 255, 256, 1000};
-    const int alphabets[] = {2, 4, 26, 200};
-    std::mt19937 rng(64);
-    auto letter = [&](int alphabet) { return (char)(alphabet > 26 ? 1 + rng() % alphabet : 'A' + rng() % alphabet); };
-    long mismatches = 0;
-    for (int32_t l1 : lengths)
-        for (int32_t l2 : lengths)
-            for (int alphabet : alphabets)
-                for (bool edited : {false, true}) {
-                    std::string a(l1, ' '), b(l2, ' ');
-                    for (char &c : a) c = letter(alphabet);
-                    for (char &c : b) c = letter(alphabet);
-                    if (edited) {  // a copy of a, a few bytes changed, cut or padded to l2
-                        b = a.substr(0, l2);
-                        for (int k = rng() % 8; k > 0 && !b.empty(); --k) b[rng() % b.size()] = letter(alphabet);
-                        while ((int32_t)b.size() < l2) b += letter(alphabet);
-                    }
-                    if (mismatches >= 10) return;
-                    const bool small = l1 <= 255 && l2 <= 255;
-                    const Rows rows(small ? a : "", small ? b : "");
-                    const int32_t plain = small ? rows.with_cut(l1, l2, INT32_MAX) : rows.with_cut(l1, l2, 0);
-                    if (LevDist(a.c_str(), b.c_str()) != plain) {
-                        ++mismatches;
-                        ADD_FAILURE() << "LevDist " << l1 << "/" << l2 << " alphabet " << alphabet;
-                    }
-                    std::vector<int32_t> cuts = {-1, 0, 1, 255, 1000000};
-                    for (int32_t d = -3; d <= 3; ++d) cuts.push_back(rows.last + d);
-                    for (int32_t c = 2; c < std::max(l1, l2); c += 1 + rng() % 9) cuts.push_back(c);
-                    for (int32_t cut : cuts) {
-                        const int32_t want = small ? rows.with_cut(l1, l2, cut) : rows.with_cut(l1, l2, 0);
-                        if (LevDistCutOff(a.c_str(), b.c_str(), cut) != want) {
-                            ++mismatches;
-                            ADD_FAILURE() << "LevDistCutOff " << l1 << "/" << l2 << " alphabet " << alphabet
-                                          << (edited ? " edited" : "") << " cut " << cut << ": want " << want;
-                        }
-                    }
-                }
 }
 
 }  // namespace
