@@ -24,7 +24,7 @@ mkdir -p "$out"
 pgc_psql -c "create database udfkit_regress"
 "$pg_regress" --use-existing --bindir="$PGC_BINDIR" --host="$PGHOST" --port="$PGPORT" \
     --user=postgres --dbname=udfkit_regress --inputdir="$here" --outputdir="$out" \
-    names values catalogue settings parallel badinput || {
+    names values catalogue settings parallel remote badinput || {
     status=1
     [ -f "$out/regression.diffs" ] && head -n 300 "$out/regression.diffs"
     rm -rf "$build/postgres/regress"
