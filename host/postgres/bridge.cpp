@@ -11,7 +11,8 @@
 //   text in plain decimal notation, dates as their text under DBDATE,
 //   datetimes as local "date hh:mm:ss"; PopInt clamps to 32 bits;
 // - PopString cuts a long text at a character boundary (fewer bytes than
-//   the capacity allows rather than half a character);
+//   the capacity allows rather than half a character), except that a pop
+//   of one character (capacity 2) gets one byte;
 // - PeekType(-k) describes the k-th value from the top, other positions
 //   the value at that depth from the bottom (-1 if there is none);
 // - Matches is PostgreSQL's LIKE (% and _, backslash escapes) under the C
@@ -35,6 +36,7 @@ extern "C" {
 #include <vector>
 
 #include "host/postgres/pg.hpp"
+#include "runtime/null_traits.hpp"
 #include "sqlhelp/date.hpp"
 #include "sqlhelp/text.hpp"
 
@@ -67,13 +69,6 @@ int64_t double_to_64(double d) {
     if (d >= 9.2233720368547758e18) return INT64_MAX;
     if (d <= -9.2233720368547758e18) return INT64_MIN;
     return static_cast<int64_t>(d);
-}
-
-double all_ones_double() {
-    const uint64_t bits = ~0ull;
-    double d;
-    std::memcpy(&d, &bits, sizeof d);
-    return d;
 }
 
 int16_t code_of(const Arg &a) {
@@ -254,22 +249,22 @@ void slot_push_string(const char *s) {
 
 void slot_pop_int(int32_t *out) {
     const Top t = peek_top();
-    *out = top_null(t) ? INT32_MIN : clamp32(top_int64(t));
+    *out = top_null(t) ? nulls::kInteger : clamp32(top_int64(t));
     drop_top();
 }
 
 void slot_pop_long(int64_t *out) {
     const Top t = peek_top();
-    *out = top_null(t) ? INT64_MIN : top_int64(t);
+    *out = top_null(t) ? nulls::kLong : top_int64(t);
     drop_top();
 }
 
 void slot_pop_double(double *out) {
     const Top t = peek_top();
     try {
-        *out = top_null(t) ? all_ones_double() : top_double(t);
+        *out = top_null(t) ? nulls::float_null() : top_double(t);
     } catch (...) {
-        *out = all_ones_double();
+        *out = nulls::float_null();
         note_no_memory();
     }
     drop_top();
@@ -283,7 +278,7 @@ void slot_pop_string(char *buf, int32_t cap) {
             const char *data;
             size_t len;
             top_text(t, owned, data, len);
-            const size_t n = sqlhelp::utf8_cut(data, len, static_cast<size_t>(cap) - 1);
+            const size_t n = sqlhelp::pop_length(data, len, cap);
             std::memcpy(buf, data, n);
             buf[n] = '\0';
         }

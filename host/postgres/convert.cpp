@@ -27,6 +27,7 @@ extern "C" {
 #include <cstring>
 
 #include "host/postgres/convert.hpp"
+#include "runtime/null_traits.hpp"
 #include "sqlhelp/date.hpp"
 #include "sqlhelp/text.hpp"
 
@@ -43,28 +44,14 @@ int32_t day_one() {
     return d;
 }
 
-bool is_all_ones(double d) {
-    uint64_t bits;
-    std::memcpy(&bits, &d, sizeof d);
-    return bits == ~0ull;
-}
-
-// The null of the declared result type (the SQLite host's rule).
+// The null of the declared result type (the nulls of every host).
 bool pushed_null(const Pushed &p, int32_t rtype) {
     switch (p.kind) {
     case Pushed::None: return true;
     case Pushed::Text: return p.len == 0;
-    case Pushed::Real: return is_all_ones(p.d);
-    case Pushed::DateTime: return p.i == INT64_MIN;
-    default: break;
-    }
-    const int64_t v = p.i;
-    switch (rtype) {
-    case UDF_T_SMALLINT: return static_cast<int16_t>(v) == INT16_MIN;
-    case UDF_T_INTEGER: case UDF_T_SERIAL: case UDF_T_DATETIME32: return v == INT32_MIN;
-    case UDF_T_DATE: return v == INT32_MIN || v == 0;
-    case UDF_T_LONGINT: case UDF_T_TIMESTAMP: case UDF_T_DATETIME: return v == INT64_MIN;
-    default: return false;
+    case Pushed::Real: return nulls::is_float_null(p.d);
+    case Pushed::DateTime: return p.i == nulls::kLong;
+    default: return nulls::is_int_null(p.i, rtype);
     }
 }
 
@@ -181,7 +168,7 @@ int64_t day_from_pg(int32_t pg_date) noexcept {
 }
 
 bool day_to_pg(int64_t day, int32_t *pg_date) noexcept {
-    if (day == INT32_MIN || day == 0) return false;
+    if (nulls::is_date_null(day)) return false;
     const int64_t d = day - 1 + day_one();
     if (d < INT32_MIN || d > INT32_MAX || !IS_VALID_DATE(static_cast<int32_t>(d))) return false;
     *pg_date = static_cast<int32_t>(d);
@@ -195,7 +182,7 @@ int64_t seconds_from_pg(int64_t ts) noexcept {
 }
 
 bool seconds_to_pg(int64_t seconds, int64_t *ts) noexcept {
-    if (seconds == INT64_MIN) return false;
+    if (seconds == nulls::kLong) return false;
     const int64_t s = seconds - kEpochShift;
     if (s > INT64_MAX / USECS_PER_SEC || s < INT64_MIN / USECS_PER_SEC) return false;
     const int64_t v = s * USECS_PER_SEC;

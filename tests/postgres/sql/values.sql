@@ -36,6 +36,10 @@ select udfkit.format(2.5e15::float8, '&&&&&&&&&&&&&&&&&&&') as big,
 select length(udfkit.upper(repeat('é', 1500))) as chars, octet_length(udfkit.upper(repeat('é', 1500))) as bytes;
 -- A result whose end holds half a character loses it.
 select lastchars('aé', 1) as half, lastchars('aé', 2) as whole, lastchars('aéb', 2) as tail;
+-- A one-character argument is one byte: a separator outside ASCII splits
+-- at its first byte, and a text with such a byte inside is an error.
+select champ('aébéc', 'é', 2) as field_two;
+select group_concat(x, 'é') from (values ('a'), ('b')) v(x);
 -- Matches is LIKE: % and _ are the wildcards, backslash escapes.
 select list_matches('paris,lyon,,pau', ',', 'p%') as like_p,
        list_matches('paris,lyon,pau', ',', 'p*') as glob_p,
