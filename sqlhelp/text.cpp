@@ -94,7 +94,17 @@ size_t pop_length(const char *s, size_t len, int64_t capacity) noexcept {
 
 bool utf8_valid(const char *s, size_t len) noexcept {
     const auto *u = reinterpret_cast<const unsigned char *>(s);
+    // Most texts are plain ASCII: their high bits, eight bytes at a time.
+    uint64_t high = 0;
     size_t i = 0;
+    for (; i + 8 <= len; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, u + i, 8);
+        high |= word;
+    }
+    for (; i < len; ++i) high |= u[i];
+    if ((high & 0x8080808080808080ull) == 0) return true;
+    i = 0;
     while (i < len) {
         if (u[i] < 0x80) {
             ++i;
@@ -109,6 +119,7 @@ bool utf8_valid(const char *s, size_t len) noexcept {
 
 void utf8_trim_ends(const char *&s, size_t &len) noexcept {
     const auto *u = reinterpret_cast<const unsigned char *>(s);
+    if (len == 0 || (u[0] < 0x80 && u[len - 1] < 0x80)) return;  // ASCII ends: whole
     size_t start = 0;
     while (start < len && start < 3 && is_cont(u[start])) ++start;
     size_t end = len;

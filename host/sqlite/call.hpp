@@ -85,14 +85,18 @@ struct CallState {
     bool refused = false;  // the function refused a result over SQLite's limit
 };
 
-// The call running on this thread (null outside any call).
-CallState *current_call();
+// The call running (null outside any call).  Every call holds the library
+// lock, so calls run one at a time in the process, nested ones on the
+// thread of the call that runs them: a plain variable under that lock is
+// enough (and cheaper than one per thread, in a loaded module).
+extern constinit CallState *g_current_call;
+inline CallState *current_call() { return g_current_call; }
 
-// Makes `state` the current call while it lives.
+// Makes `state` the current call while it lives (under the library lock).
 class CallScope {
 public:
-    explicit CallScope(CallState &state);
-    ~CallScope();
+    explicit CallScope(CallState &state) : saved_(g_current_call) { g_current_call = &state; }
+    ~CallScope() { g_current_call = saved_; }
     CallScope(const CallScope &) = delete;
     CallScope &operator=(const CallScope &) = delete;
 

@@ -55,8 +55,9 @@ void run(const Resolved &r, CallState &state, int argc, sqlite3_value **argv) {
         f(nullptr, argc, args, &state.rtype, &state.rsize);
         f(&call_table(), argc, args, &state.rtype, &state.rsize);
     }
-    state.refused = udfkit_result_refused() != 0;
-    udfkit_set_result_limit(limit);  // a call this one runs in starts clean again
+    // A function that refuses its result pushes none.
+    state.refused = state.pushed == 0 && udfkit_result_refused() != 0;
+    if (state.refused) udfkit_set_result_limit(limit);  // a call this one runs in starts clean
 }
 
 void scalar_entry(sqlite3_context *ctx, int argc, sqlite3_value **argv) noexcept {

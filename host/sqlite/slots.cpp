@@ -37,7 +37,7 @@ namespace udfkit::sqlite {
 
 namespace {
 
-thread_local HostValueDesc g_desc;
+HostValueDesc g_desc;  // what PeekType answers (under the library lock)
 
 // Direct mode sets the first result at once; Collect mode keeps them all.
 template <class MakeItem, class EmitDirect>

@@ -14,8 +14,6 @@ namespace udfkit::sqlite {
 
 namespace {
 
-thread_local CallState *g_call = nullptr;
-
 }  // namespace
 
 int32_t clamp32(int64_t v) {
@@ -48,10 +46,7 @@ int16_t code_of(const Item &it) {
     }
 }
 
-CallState *current_call() { return g_call; }
-
-CallScope::CallScope(CallState &state) : saved_(g_call) { g_call = &state; }
-CallScope::~CallScope() { g_call = saved_; }
+constinit CallState *g_current_call = nullptr;
 
 Popped pop_value() {
     Popped p;
@@ -136,8 +131,9 @@ void emit_string(sqlite3_context *ctx, const char *s, bool bytes) {
     if (nulls::is_text_null(s)) return sqlite3_result_null(ctx);
     size_t len = std::strlen(s);
     // A result in another character set stays as it is; any other text
-    // loses a character cut at either end.
-    if (!bytes) sqlhelp::utf8_trim_ends(s, len);
+    // loses a character cut at either end (none when both ends are ASCII).
+    const auto *u = reinterpret_cast<const unsigned char *>(s);
+    if (!bytes && (u[0] >= 0x80 || u[len - 1] >= 0x80)) sqlhelp::utf8_trim_ends(s, len);
     if (len == 0) return sqlite3_result_null(ctx);
     const int n = static_cast<int>(std::min<size_t>(len, INT32_MAX));
     if (sqlhelp::utf8_valid(s, len))
