@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -45,6 +46,24 @@ void lock_handout(pthread_mutex_t *m) {
     }
     pthread_mutex_lock(m);
 }
+
+// The fields a run's hand-out reads and writes (fn, mutex, items, next
+// and total) span 64 bytes of the record.  Placed so that they share one
+// cache line, the lock and the cursor travel between the workers' caches
+// as one line per grab instead of two.
+constexpr size_t kLine = 64;
+constexpr size_t kPoolSkew = (kLine - offsetof(ThreadPool, fn) % kLine) % kLine;
+static_assert(offsetof(ThreadPool, total) + sizeof(int32_t) - offsetof(ThreadPool, fn) <= kLine);
+constexpr size_t kPoolBlock = (kPoolSkew + sizeof(ThreadPool) + kLine - 1) / kLine * kLine;
+
+ThreadPool *alloc_pool() {
+    void *base = std::aligned_alloc(kLine, kPoolBlock);
+    if (!base) return nullptr;
+    std::memset(base, 0, kPoolBlock);
+    return reinterpret_cast<ThreadPool *>(static_cast<char *>(base) + kPoolSkew);
+}
+
+void free_pool(ThreadPool *pool) { std::free(reinterpret_cast<char *>(pool) - kPoolSkew); }
 
 void *ThreadRun(void *arg) {
     auto *w = static_cast<ThreadWorker *>(arg);
@@ -99,12 +118,12 @@ UDFKIT_API ThreadPool *ThreadsInit(int32_t nthreads, int32_t size) {
     if (n < 1) n = 1;
     const size_t scratch = size > 0 ? static_cast<size_t>(size) : 0;
 
-    auto *pool = static_cast<ThreadPool *>(std::calloc(1, sizeof(ThreadPool)));
+    ThreadPool *pool = alloc_pool();
     if (!pool) return nullptr;
     auto *workers = static_cast<ThreadWorker *>(std::calloc(static_cast<size_t>(n), sizeof(ThreadWorker)));
     if (!workers || pthread_mutex_init(&pool->mutex, nullptr) != 0) {
         std::free(workers);
-        std::free(pool);
+        free_pool(pool);
         return nullptr;
     }
     if (scratch) pool->scratch = std::calloc(1, scratch);
@@ -208,7 +227,7 @@ UDFKIT_API void ThreadsEnd(ThreadPool *pool) {
     }
     std::free(pool->scratch);
     std::free(pool->workers);
-    std::free(pool);
+    free_pool(pool);
 }
 
 UDFKIT_API int ThreadYield(void) { return sched_yield(); }
