@@ -1,9 +1,12 @@
 // JSON parse throughput against RapidJSON's in-situ DOM parse, on three
 // generated documents, and path lookups per second through
 // jsonlib_extractobject.
+//   build/bench_json --count ours|rapid DOC N   N parses of document DOC
+//                                               (0, 1, 2), for callgrind
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,7 +41,7 @@ std::string records_doc() {
     return s + "]";
 }
 
-// Integers and decimals in rows of ten.
+// Integers, decimals and numbers with exponents in rows of ten.
 std::string numbers_doc() {
     std::mt19937_64 rng(2);
     std::string s = "[";
@@ -47,12 +50,17 @@ std::string numbers_doc() {
         s += row ? ",\n[" : "[";
         for (int k = 0; k < 10; ++k) {
             const uint64_t r = rng();
-            if (k % 2)
-                std::snprintf(buf, sizeof buf, "%s%lld", k ? ", " : "",
+            const char *sep = k ? ", " : "";
+            if (k % 3 == 0)
+                std::snprintf(buf, sizeof buf, "%s%lld", sep,
                               static_cast<long long>(r % 2000000000) - 1000000000);
-            else
-                std::snprintf(buf, sizeof buf, "%s%.6f", k ? ", " : "",
+            else if (k % 3 == 1)
+                std::snprintf(buf, sizeof buf, "%s%.6f", sep,
                               static_cast<double>(r % 100000000) / 1000.0 - 5000.0);
+            else  // 1.2345e-07 ... -9.8765E+12
+                std::snprintf(buf, sizeof buf, r % 2 ? "%s%.4e" : "%s%.5E", sep,
+                              (static_cast<double>(r % 200001) - 100000.0) *
+                                  std::pow(10.0, static_cast<int>(r >> 40) % 30 - 15));
             s += buf;
         }
         s += "]";
@@ -60,11 +68,12 @@ std::string numbers_doc() {
     return s + "]";
 }
 
-// A configuration of sections nested up to 48 levels deep.
+// A configuration of sections nested up to 200 levels deep, about 1 MiB.
+constexpr int kConfigDepth = 200;
 void config_section(std::string &s, std::mt19937 &rng, int depth) {
     s += "{\"enabled\": true, \"level\": " + std::to_string(depth) +
          ", \"name\": \"section" + std::to_string(depth) + "\", \"limits\": [1, 2, 4, 8]";
-    if (depth < 48) {
+    if (depth < kConfigDepth) {
         s += ", \"child\": ";
         config_section(s, rng, depth + 1);
         if (rng() % 4 == 0) {
@@ -76,7 +85,7 @@ void config_section(std::string &s, std::mt19937 &rng, int depth) {
 std::string config_doc() {
     std::mt19937 rng(3);
     std::string s = "{\"version\": 3, \"profiles\": [";
-    for (int i = 0; s.size() < kTarget; ++i) {
+    for (int i = 0; s.size() < kTarget / 2; ++i) {
         if (i) s += ",\n";
         config_section(s, rng, 1);
     }
@@ -88,30 +97,32 @@ const std::string &doc(int which) {
     return docs[which];
 }
 
-void ours(benchmark::State &state) {
-    const std::string &text = doc(static_cast<int>(state.range(0)));
-    std::vector<char> buf(text.size() + 1);
-    for (auto _ : state) {
-        std::memcpy(buf.data(), text.c_str(), text.size() + 1);
-        JsonNode top{};
-        char *end = parse_value(&top, nullptr, buf.data());
-        if (!end) state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(top.v2.child);
-        nx_json_free(top.v2.child);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+// One iteration of each side: copy the text into the buffer, parse it in
+// place, free the tree.  Functions of their own (op_*), so that
+// callgrind_percall.py gives the instructions of one parse.
+[[gnu::noinline]] bool op_ours(const std::string &text, char *buf) {
+    std::memcpy(buf, text.c_str(), text.size() + 1);
+    JsonNode top{};
+    char *end = parse_value(&top, nullptr, buf);
+    benchmark::DoNotOptimize(top.v2.child);
+    nx_json_free(top.v2.child);
+    return end != nullptr;
 }
 
-void rapid(benchmark::State &state) {
+[[gnu::noinline]] bool op_rapid(const std::string &text, char *buf) {
+    std::memcpy(buf, text.c_str(), text.size() + 1);
+    rapidjson::Document d;
+    d.ParseInsitu(buf);
+    benchmark::DoNotOptimize(&d);
+    return !d.HasParseError();
+}
+
+template <bool (*Op)(const std::string &, char *)>
+void parse_doc(benchmark::State &state) {
     const std::string &text = doc(static_cast<int>(state.range(0)));
     std::vector<char> buf(text.size() + 1);
-    for (auto _ : state) {
-        std::memcpy(buf.data(), text.c_str(), text.size() + 1);
-        rapidjson::Document d;
-        d.ParseInsitu(buf.data());
-        if (d.HasParseError()) state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(&d);
-    }
+    for (auto _ : state)
+        if (!Op(text, buf.data())) state.SkipWithError("parse failed");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
@@ -164,10 +175,32 @@ void path_lookups(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// N parses of one document by one side, nothing else, for an instruction
+// count: callgrind_percall.py divides op_*'s instructions by its calls.
+int count_parses(const char *side, int which, long n) {
+    const bool rapid = std::strcmp(side, "rapid") == 0;
+    if (!rapid && std::strcmp(side, "ours") != 0) return 2;
+    const std::string &text = doc(which);
+    std::vector<char> buf(text.size() + 1);
+    for (long i = 0; i < n; ++i)
+        if (!(rapid ? op_rapid : op_ours)(text, buf.data())) return 1;
+    return 0;
+}
+
 }  // namespace
 
-BENCHMARK(ours)->Arg(0)->Arg(1)->Arg(2)->ArgName("doc")->Unit(benchmark::kMillisecond);
-BENCHMARK(rapid)->Arg(0)->Arg(1)->Arg(2)->ArgName("doc")->Unit(benchmark::kMillisecond);
+BENCHMARK(parse_doc<op_ours>)->Name("ours")->Arg(0)->Arg(1)->Arg(2)->ArgName("doc")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(parse_doc<op_rapid>)->Name("rapid")->Arg(0)->Arg(1)->Arg(2)->ArgName("doc")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(path_lookups);
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv) {
+    if (argc == 5 && std::strcmp(argv[1], "--count") == 0)
+        return count_parses(argv[2], std::atoi(argv[3]), std::atol(argv[4]));
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -2,8 +2,9 @@
 //
 // One left-to-right pass over a writable, NUL-terminated text, recursing
 // once per nesting level.  Strings and member names are unescaped inside
-// the text and the nodes point at them; each node is one zero-filled
-// allocation linked to its parent.  The first error stops the parse and
+// the text and the nodes point at them; each node is zero-filled, carved
+// from its thread's block of nodes (jsonnodes.cpp) and linked to its
+// parent.  The first error stops the parse and
 // prints one line on stderr whose number identifies the failed check.
 #include <assert.h>
 #include <errno.h>
@@ -14,6 +15,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "sqlfunc/jsonlib.hpp"
 #include "udfkit/json.h"
@@ -28,10 +33,19 @@ using udfkit::json::kMaxDepth;
     return nullptr;
 }
 
-JsonNode *create_json(int32_t kind, const char *key, JsonNode *parent) {
-    auto *js = static_cast<JsonNode *>(std::calloc(1, sizeof(JsonNode)));
-    // Out of memory ends the process, whatever NDEBUG says.
-    if (!js) __assert_fail("js", __FILE__, 71, "create_json");
+using udfkit::json::NodeCarver;
+
+// One parse: where its nodes come from, and the terminating NUL of the
+// text, so that a few bytes can be read at once wherever that many lie
+// before it.
+struct Parse {
+    NodeCarver &nodes;
+    const char *end;
+};
+
+[[gnu::always_inline]] inline JsonNode *create_json(Parse &ps, int32_t kind, const char *key,
+                                                   JsonNode *parent) {
+    JsonNode *js = ps.nodes.take();
     js->kind = kind;
     js->key = key;
     if (parent->last_child)
@@ -121,10 +135,31 @@ char *unicode_escape(char *r, char **w) {
     return next;
 }
 
-char *unescape(char *start, char **end) {
-    char *r = start;
-    // Up to the first escape nothing moves.
+// The first NUL, quote or backslash at or after r.  With the end of the
+// text known (text_end, its NUL), 16 bytes are looked at at once.
+inline char *find_stop(char *r, const char *text_end) {
+#if defined(__SSE2__)
+    if (text_end) {
+        const __m128i quote = _mm_set1_epi8('"');
+        const __m128i backslash = _mm_set1_epi8('\\');
+        const __m128i nul = _mm_setzero_si128();
+        for (; text_end - r >= 15; r += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(r));
+            const __m128i hit = _mm_or_si128(
+                _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                _mm_cmpeq_epi8(v, nul));
+            if (const int mask = _mm_movemask_epi8(hit)) return r + __builtin_ctz(mask);
+        }
+    }
+#endif
     while (!kStringStop[static_cast<unsigned char>(*r)]) ++r;
+    return r;
+}
+
+// text_end: the NUL that ends the whole text, or null when not known.
+char *unescape(char *start, char **end, const char *text_end) {
+    // Up to the first escape nothing moves.
+    char *r = find_stop(start, text_end);
     char *w = r;
     for (;;) {
         const char c = *r;
@@ -161,7 +196,7 @@ char *unescape(char *start, char **end) {
         }
         // A run of plain bytes, moved down over the space the escapes freed.
         char *run = r;
-        while (!kStringStop[static_cast<unsigned char>(*r)]) ++r;
+        r = find_stop(r, text_end);
         const size_t n = static_cast<size_t>(r - run);
         std::memmove(w, run, n);
         w += n;
@@ -179,52 +214,85 @@ constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                              1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                              1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+constexpr uint64_t kPow10Int[] = {1,         10,         100,         1000,       10000,
+                                  100000,    1000000,    10000000,    100000000};
+
+// The run of up to 8 decimal digits at p, read as one 8-byte word (all 8
+// bytes must lie before the end of the text): its length, and its value
+// in *value.
+inline int digits8(const char *p, uint64_t *value) {
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    const uint64_t x = w - 0x3030303030303030u;
+    // A byte is not a digit when its difference is negative or above 9
+    // (borrows and carries run only towards the bytes after it).
+    const uint64_t stop = (x | (x + 0x7676767676767676u)) & 0x8080808080808080u;
+    const int n = stop ? __builtin_ctzll(stop) >> 3 : 8;
+    if (n == 0) {
+        *value = 0;
+        return 0;
+    }
+    // The digits to the top bytes (first digit most significant), then
+    // pairs, fours and the eight combined.
+    uint64_t y = x << (64 - 8 * n);
+    y = y * 10 + (y >> 8);
+    y = ((y & 0x000000FF000000FFu) * (100 + (uint64_t{1000000} << 32)) +
+         ((y >> 16) & 0x000000FF000000FFu) * (1 + (uint64_t{10000} << 32))) >> 32;
+    *value = y;
+    return n;
+}
+
 // The common decimal forms read the way the C library's automatic-base
-// 64-bit conversions read them; anything else (octal, hexadecimal, 20 digits
-// or more, a negative value beyond 2^63) is left to the C library itself.
-bool fast_integer(const char *p, bool neg, JsonNode *js, char **end) {
-    const char *s = p + (neg ? 1 : 0);
+// 64-bit conversions read them: the magnitude of the digits at s (after
+// the sign) and the position after them.  Anything else (octal,
+// hexadecimal, 20 digits or more) is left to the C library itself.
+bool fast_integer(const Parse &ps, const char *s, uint64_t *magnitude, char **end) {
     if (!is_digit(*s)) return false;
     if (s[0] == '0' && (is_digit(s[1]) || (s[1] | 0x20) == 'x')) return false;
     uint64_t v = 0;
     const char *q = s;
+    for (int n = 8; n == 8 && q - s < 16 && ps.end - q >= 7; q += n) {
+        uint64_t chunk;
+        n = digits8(q, &chunk);
+        v = v * kPow10Int[n] + chunk;
+    }
     while (is_digit(*q) && q - s < 19) v = v * 10 + static_cast<unsigned>(*q++ - '0');
     if (is_digit(*q)) return false;
-    if (neg) {
-        if (v > (uint64_t{1} << 63)) return false;
-        js->v1.uint_value = uint64_t{0} - v;
-    } else {
-        js->v1.uint_value = v;
-    }
+    *magnitude = v;
     *end = const_cast<char *>(q);
     return true;
 }
 
-// A decimal number whose significant digits fit in 53 bits and whose
-// power of ten is exact (|e| <= 22) converts with one correctly rounded
-// operation, the result the C library gives; others go to strtod.
-bool fast_double(const char *p, bool neg, double *out, char **end) {
-    const char *q = p + (neg ? 1 : 0);
-    if (q[0] == '0' && (q[1] | 0x20) == 'x') return false;
-    uint64_t m = 0;
-    int sig = 0, e10 = 0;
-    bool digits = false;
-    for (; is_digit(*q); ++q) {
-        digits = true;
-        if (m == 0 && *q == '0') continue;
-        if (++sig > 19) return false;
+// The digits of a fraction at q appended to m; false when m could
+// overflow (the number then goes to strtod).
+bool fraction_digits(const Parse &ps, const char *&q, uint64_t &m, int &e10) {
+    constexpr uint64_t kRoomFor8 = (UINT64_MAX - 99999999) / 100000000;
+    constexpr uint64_t kRoomFor1 = (UINT64_MAX - 9) / 10;
+    while (ps.end - q >= 7) {
+        uint64_t chunk;
+        const int n = digits8(q, &chunk);
+        if (n == 0) return true;
+        if (m > kRoomFor8) return false;
+        m = m * kPow10Int[n] + chunk;
+        e10 -= n;
+        q += n;
+        if (n < 8) return true;
+    }
+    for (; is_digit(*q); ++q, --e10) {
+        if (m > kRoomFor1) return false;
         m = m * 10 + static_cast<unsigned>(*q - '0');
     }
-    if (*q == '.') {
-        for (++q; is_digit(*q); ++q) {
-            digits = true;
-            --e10;
-            if (m == 0 && *q == '0') continue;
-            if (++sig > 19) return false;
-            m = m * 10 + static_cast<unsigned>(*q - '0');
-        }
-    }
-    if (!digits) return false;
+    return true;
+}
+
+// The fraction and exponent at q that follow integer digits worth m.
+// When the significant digits fit in 53 bits and the power of ten is
+// exact (|e| <= 22), the value is one correctly rounded operation, the
+// result the C library gives; others go to strtod.
+bool fast_fraction(const Parse &ps, const char *q, uint64_t m, bool neg, double *out,
+                   char **end) {
+    int e10 = 0;
+    if (*q == '.' && !fraction_digits(ps, ++q, m, e10)) return false;
     if ((*q | 0x20) == 'e') {
         const char *t = q + 1;
         bool eneg = false;
@@ -237,10 +305,8 @@ bool fast_double(const char *p, bool neg, double *out, char **end) {
             q = t;
         }
     }
-    double d;
-    if (m == 0) {
-        d = 0.0;
-    } else {
+    double d = 0.0;
+    if (m != 0) {
         if (m > (uint64_t{1} << 53) || e10 < -22 || e10 > 22) return false;
         d = static_cast<double>(m);
         d = e10 < 0 ? d / kPow10[-e10] : d * kPow10[e10];
@@ -250,11 +316,16 @@ bool fast_double(const char *p, bool neg, double *out, char **end) {
     return true;
 }
 
-char *parse_number(JsonNode *parent, const char *key, char *p) {
-    JsonNode *js = create_json(JSON_INTEGER, key, parent);
+char *parse_number(Parse &ps, JsonNode *parent, const char *key, char *p) {
+    JsonNode *js = create_json(ps, JSON_INTEGER, key, parent);
     const bool neg = *p == '-';
     char *end;
-    if (!fast_integer(p, neg, js, &end)) {
+    uint64_t magnitude;
+    const bool fast = fast_integer(ps, p + neg, &magnitude, &end) &&
+                      (!neg || magnitude <= (uint64_t{1} << 63));
+    if (fast) {
+        js->v1.uint_value = neg ? uint64_t{0} - magnitude : magnitude;
+    } else {
         errno = 0;
         if (neg)
             js->v1.int_value = strtoll_l(p, &end, 0, c_locale());
@@ -265,7 +336,9 @@ char *parse_number(JsonNode *parent, const char *key, char *p) {
     if (*end == '.' || *end == 'e' || *end == 'E') {
         js->kind = JSON_DOUBLE;
         double d;
-        if (!fast_double(p, neg, &d, &end)) {
+        // After the C library's reading of the integer, strtod reads the
+        // whole number.
+        if (!fast || !fast_fraction(ps, end, magnitude, neg, &d, &end)) {
             errno = 0;
             d = strtod_l(p, &end, c_locale());
             // Only overflow is an error; a value too small to represent
@@ -304,10 +377,10 @@ bool starts_with(const char *p, const char *word) {
     return true;
 }
 
-char *parse_at(JsonNode *parent, const char *key, char *p, int depth);
+char *parse_at(Parse &ps, JsonNode *parent, const char *key, char *p, int depth);
 
-char *parse_object(JsonNode *parent, const char *key, char *p, int depth) {
-    JsonNode *obj = create_json(JSON_OBJECT, key, parent);
+char *parse_object(Parse &ps, JsonNode *parent, const char *key, char *p, int depth) {
+    JsonNode *obj = create_json(ps, JSON_OBJECT, key, parent);
     for (;;) {
         const unsigned char c = static_cast<unsigned char>(*p);
         if (c == '\0') return report(254, "unexpected chars", p);
@@ -323,72 +396,97 @@ char *parse_object(JsonNode *parent, const char *key, char *p, int depth) {
         }
         if (c != '"') return report(250, "unexpected chars", p);
         char *after;
-        char *name = unescape(p + 1, &after);
+        char *name = unescape(p + 1, &after, ps.end);
         if (!name) return nullptr;
         p = after;
         while (static_cast<unsigned char>(*p - 1) < ' ') ++p;  // bytes 1 to 32
         if (*p != ':') return report(228, "unexpected chars", p);
         ++p;
         if (*p == '}') return p + 1;  // a name with no value: dropped
-        p = parse_at(obj, name, p, depth);
+        p = parse_at(ps, obj, name, p, depth);
         if (!p) return nullptr;
     }
 }
 
-// depth: number of containers already open around the value at p.
-char *parse_at(JsonNode *parent, const char *key, char *p, int depth) {
+// Tab, line feed, carriage return, blank and comma: skipped before a value.
+constexpr uint64_t kSeparators = (uint64_t{1} << '\t') | (uint64_t{1} << '\n') |
+                                 (uint64_t{1} << '\r') | (uint64_t{1} << ' ') |
+                                 (uint64_t{1} << ',');
+inline bool is_separator(unsigned char c) { return c < 64 && ((kSeparators >> c) & 1); }
+
+char *parse_string(Parse &ps, JsonNode *parent, const char *key, char *p) {
+    JsonNode *js = create_json(ps, JSON_STRING, key, parent);
+    char *after;
+    char *text = unescape(p + 1, &after, ps.end);
+    if (!text) return nullptr;
+    js->v1.text_value = text;
+    return after;
+}
+
+// Elements are parsed until one returns at the closing bracket; numbers
+// and strings, the usual elements, are parsed without the general
+// dispatch.
+char *parse_array(Parse &ps, JsonNode *parent, const char *key, char *p, int depth) {
+    JsonNode *arr = create_json(ps, JSON_ARRAY, key, parent);
+    ++p;
     for (;;) {
-        switch (*p) {
-        case '\0':
-            return report(263, "unexpected end of text", p);
-        case '\t': case '\n': case '\r': case ' ': case ',':
+        auto c = static_cast<unsigned char>(*p);
+        while (is_separator(c)) c = static_cast<unsigned char>(*++p);
+        if (c == ']') return p + 1;
+        if (is_digit(c) || c == '-')
+            p = parse_number(ps, arr, nullptr, p);
+        else if (c == '"')
+            p = parse_string(ps, arr, nullptr, p);
+        else
+            p = parse_at(ps, arr, nullptr, p, depth + 1);
+        if (!p) return nullptr;
+    }
+}
+
+// The words true, false and null, and what cannot start a value.
+char *parse_word(Parse &ps, JsonNode *parent, const char *key, char *p) {
+    switch (*p) {
+    case '\0':
+        return report(263, "unexpected end of text", p);
+    case 't':
+        if (!starts_with(p, "true")) return report(346, "unexpected chars", p);
+        create_json(ps, JSON_BOOL, key, parent)->v1.int_value = 1;
+        return p + 4;
+    case 'f':
+        if (!starts_with(p, "false")) return report(354, "unexpected chars", p);
+        create_json(ps, JSON_BOOL, key, parent);
+        return p + 5;
+    case 'n':
+        if (!starts_with(p, "null")) return report(361, "unexpected chars", p);
+        create_json(ps, JSON_NULL, key, parent);
+        return p + 4;
+    default:
+        return report(381, "unexpected chars", p);
+    }
+}
+
+// depth: number of containers already open around the value at p.  The
+// usual bytes are tested in turn rather than through one multi-way jump,
+// whose target the processor guesses badly when values of every kind
+// alternate.
+char *parse_at(Parse &ps, JsonNode *parent, const char *key, char *p, int depth) {
+    for (;;) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (is_separator(c)) {
             ++p;
             continue;
-        case '/':
-            p = skip_comment(p, 368, 376);
-            if (!p) return nullptr;
-            continue;
-        case '"': {
-            JsonNode *js = create_json(JSON_STRING, key, parent);
-            char *after;
-            char *text = unescape(p + 1, &after);
-            if (!text) return nullptr;
-            js->v1.text_value = text;
-            return after;
         }
-        case '-': case '0': case '1': case '2': case '3': case '4':
-        case '5': case '6': case '7': case '8': case '9':
-            return parse_number(parent, key, p);
-        case '[': {
+        if (c == '"') return parse_string(ps, parent, key, p);
+        if (is_digit(c) || c == '-') return parse_number(ps, parent, key, p);
+        if (c == '[' || c == '{') {
             if (depth >= kMaxDepth) return report(kDepthCheck, "nesting too deep", p);
-            JsonNode *arr = create_json(JSON_ARRAY, key, parent);
-            ++p;
-            for (;;) {
-                p = parse_at(arr, nullptr, p, depth + 1);
-                if (!p) return nullptr;
-                if (*p == ']') return p + 1;
-            }
+            if (c == '[') return parse_array(ps, parent, key, p, depth);
+            return parse_object(ps, parent, key, p + 1, depth + 1);
         }
-        case ']':
-            return p;
-        case '{':
-            if (depth >= kMaxDepth) return report(kDepthCheck, "nesting too deep", p);
-            return parse_object(parent, key, p + 1, depth + 1);
-        case 't':
-            if (!starts_with(p, "true")) return report(346, "unexpected chars", p);
-            create_json(JSON_BOOL, key, parent)->v1.int_value = 1;
-            return p + 4;
-        case 'f':
-            if (!starts_with(p, "false")) return report(354, "unexpected chars", p);
-            create_json(JSON_BOOL, key, parent);
-            return p + 5;
-        case 'n':
-            if (!starts_with(p, "null")) return report(361, "unexpected chars", p);
-            create_json(JSON_NULL, key, parent);
-            return p + 4;
-        default:
-            return report(381, "unexpected chars", p);
-        }
+        if (c == ']') return p;
+        if (c != '/') return parse_word(ps, parent, key, p);
+        p = skip_comment(p, 368, 376);
+        if (!p) return nullptr;
     }
 }
 
@@ -398,12 +496,13 @@ extern "C" {
 
 UDFKIT_API char *parse_value(JsonNode *parent, const char *key, char *text) {
     if (!parent || !text) return nullptr;
-    return parse_at(parent, key, text, 0);
+    Parse ps{udfkit::json::thread_carver(), text + std::strlen(text)};
+    return parse_at(ps, parent, key, text, 0);
 }
 
 UDFKIT_API char *unescape_string(char *text, char **end) {
     if (!text || !end) return nullptr;
-    return unescape(text, end);
+    return unescape(text, end, nullptr);
 }
 
 UDFKIT_API int32_t unicode_to_utf8(uint32_t codepoint, char *out, char **end) {
@@ -412,24 +511,7 @@ UDFKIT_API int32_t unicode_to_utf8(uint32_t codepoint, char *out, char **end) {
 }
 
 UDFKIT_API void nx_json_free(JsonNode *node) {
-    // Iterative, children before their parent's memory is gone: each freed
-    // container splices its children in front of the pending list, so any
-    // depth is freed without recursion.
-    if (!node) return;
-    node->next = nullptr;  // the node's own siblings are not freed
-    JsonNode *pending = node;
-    while (pending) {
-        JsonNode *js = pending;
-        pending = js->next;
-        if ((js->kind == JSON_OBJECT || js->kind == JSON_ARRAY) && js->v2.child) {
-            JsonNode *tail = js->last_child;
-            if (!tail)
-                for (tail = js->v2.child; tail->next;) tail = tail->next;
-            tail->next = pending;
-            pending = js->v2.child;
-        }
-        std::free(js);
-    }
+    if (node) udfkit::json::free_tree(node);
 }
 
 }  // extern "C"

@@ -1,5 +1,7 @@
 // The in-place JSON parser: trees, error lines, number conversion.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cinttypes>
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sqlfunc/jsonlib.hpp"
@@ -49,12 +52,31 @@ struct Parsed {
     std::string rest;    // text after the top-level value
 };
 
+// The text copied so that its NUL is the last byte before a page that
+// cannot be read: a read past the end of the text stops the test.
+char *guarded_copy(const std::string &text) {
+    static char *area = nullptr;
+    static size_t area_size = 0;
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t need = (text.size() + 1 + page - 1) / page * page;
+    if (need > area_size) {
+        if (area) munmap(area, area_size + page);
+        void *m = mmap(nullptr, need + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (m == MAP_FAILED) std::abort();
+        area = static_cast<char *>(m);
+        area_size = need;
+        if (mprotect(area + need, page, PROT_NONE) != 0) std::abort();
+    }
+    char *text_at = area + area_size - (text.size() + 1);
+    std::memcpy(text_at, text.c_str(), text.size() + 1);
+    return text_at;
+}
+
 Parsed parse(const std::string &text) {
-    std::vector<char> buf(text.begin(), text.end());
-    buf.push_back('\0');
+    char *buf = guarded_copy(text);
     JsonNode top{};
     testing::internal::CaptureStderr();
-    char *end = parse_value(&top, nullptr, buf.data());
+    char *end = parse_value(&top, nullptr, buf);
     Parsed p{end != nullptr, "", testing::internal::GetCapturedStderr(), end ? end : ""};
     if (top.v2.child) {
         if (p.ok) p.tree = dump(top.v2.child);
@@ -155,6 +177,41 @@ TEST(JsonParser, Utf8Encoding) {
     }
 }
 
+// Strings of every length up to 40 with an escape, a quote or the end of
+// the text at every position, and the text ending at every distance after
+// them: the plain bytes are looked at several at a time, never past the
+// end of the text.
+TEST(JsonParser, StringsAtEveryOffset) {
+    const struct {
+        const char *in, *out;  // what is inserted, and what it gives
+    } marks[] = {{"\\n", "\n"}, {"\\u00e9", "\xc3\xa9"}, {"\\q", "\\q"}, {"\\\\", "\\"}};
+    for (int len = 0; len <= 40; ++len) {
+        for (int at = 0; at <= len; ++at) {
+            for (int after = 0; after <= 17; after += 17 - after > 1 ? 4 : 1) {
+                const auto &m = marks[(len + at) % 4];
+                const std::string plain_a(static_cast<size_t>(at), 'a');
+                const std::string plain_b(static_cast<size_t>(len - at), 'b');
+                const std::string rest(static_cast<size_t>(after), ' ');
+                Parsed p = parse("\"" + plain_a + m.in + plain_b + "\"" + rest);
+                ASSERT_TRUE(p.ok) << len << " " << at << " " << after;
+                EXPECT_EQ(p.tree, "s:" + plain_a + m.out + plain_b);
+                EXPECT_EQ(p.rest, rest);
+                // Without its closing quote the string runs into the end;
+                // the line quotes the text as the unescaping left it (the
+                // bytes moved down, the last ones still in place).
+                const std::string text = plain_a + m.in + plain_b + rest;
+                const size_t shrink = std::strlen(m.in) - std::strlen(m.out);
+                Parsed open = parse("[\"" + text);
+                EXPECT_FALSE(open.ok);
+                EXPECT_EQ(open.stderr_, "NXJSON PARSE ERROR (200): no closing quote for string at " +
+                                            plain_a + m.out + plain_b + rest +
+                                            text.substr(text.size() - shrink) + "\n")
+                    << len << " " << at << " " << after;
+            }
+        }
+    }
+}
+
 // Numbers must read exactly as the C library's automatic-base 64-bit
 // conversions and strtod read them, whatever shortcut the parser takes.
 TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
@@ -172,10 +229,16 @@ TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
         if (rng() % 2) t += "." + digits(rng() % 20);
         if (rng() % 3 == 0) t += (rng() % 2 ? "e" : "E") + std::string(rng() % 2 ? "-" : "") +
                                  std::to_string(rng() % 330);
-        std::vector<char> buf(t.begin(), t.end());
-        buf.push_back('\0');
+        // Alone, or followed by other bytes (digits, signs, letters that
+        // may or may not continue it), so that digits are also read eight
+        // at a time, wherever eight bytes lie before the end.
+        if (k % 2) {
+            static const char kTail[] = "0123456789 ,]xeE.+-/:";  // "/" and ":" border the digits
+            for (int n = 1 + static_cast<int>(rng() % 20); n--;) t += kTail[rng() % (sizeof kTail - 1)];
+        }
+        char *buf = guarded_copy(t);
         JsonNode top{};
-        char *end = parse_value(&top, nullptr, buf.data());
+        char *end = parse_value(&top, nullptr, buf);
 
         char *iend;
         errno = 0;
@@ -195,7 +258,7 @@ TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
         } else {
             ASSERT_NE(end, nullptr) << t;
             const JsonNode *n = top.v2.child;
-            EXPECT_EQ(end - buf.data(), dend - t.c_str()) << t;
+            EXPECT_EQ(end - buf, dend - t.c_str()) << t;
             EXPECT_EQ(n->kind, dbl ? JSON_DOUBLE : JSON_INTEGER) << t;
             EXPECT_EQ(n->v1.int_value, iv) << t;
             if (dbl) {
@@ -205,6 +268,101 @@ TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
         nx_json_free(top.v2.child);
     }
     testing::internal::GetCapturedStderr();
+}
+
+// A document kept alive: its text, its tree and what the tree looked like
+// when it was made.
+struct Kept {
+    std::vector<char> text;  // moved with its Kept, the bytes stay put
+    JsonNode *root = nullptr;
+    std::string shape;
+};
+
+Kept keep(const std::string &text) {
+    Kept k{std::vector<char>(text.c_str(), text.c_str() + text.size() + 1), nullptr, ""};
+    JsonNode top{};
+    EXPECT_NE(parse_value(&top, nullptr, k.text.data()), nullptr);
+    k.root = top.v2.child;
+    k.shape = dump(k.root);
+    return k;
+}
+
+std::string random_document(std::mt19937 &rng) {
+    // Up to 3000 elements: some trees span several blocks of nodes.
+    const int n = rng() % 4 == 0 ? 3000 : static_cast<int>(rng() % 40);
+    std::string s = "[";
+    for (int i = 0; i < n; ++i)
+        s += i % 3 ? std::to_string(rng() % 1000) + "," : "{\"k\": [\"v\", " + std::to_string(i) + "]},";
+    return s + "]";
+}
+
+// Trees made and freed in any order, whole or a subtree at a time, keep
+// every node of the others: nothing a tree still holds is given back or
+// reused.
+TEST(JsonParser, NodesLiveUntilTheirTreeIsFreed) {
+    std::mt19937 rng(99);
+    std::vector<Kept> trees;
+    for (int step = 0; step < 600; ++step) {
+        const unsigned op = rng() % 4;
+        if (op < 2 || trees.empty()) {
+            trees.push_back(keep(random_document(rng)));
+        } else if (op == 2) {  // a whole tree
+            const size_t i = rng() % trees.size();
+            nx_json_free(trees[i].root);
+            trees.erase(trees.begin() + static_cast<long>(i));
+        } else {  // the first element of a tree, unlinked first
+            Kept &k = trees[rng() % trees.size()];
+            JsonNode *first = k.root->v2.child;
+            if (!first) continue;
+            k.root->v2.child = first->next;
+            if (k.root->last_child == first) k.root->last_child = nullptr;
+            k.root->v1.length--;
+            nx_json_free(first);
+            k.shape = dump(k.root);
+        }
+        if (step % 50 == 0) {
+            for (const Kept &k : trees) ASSERT_EQ(dump(k.root), k.shape);
+        }
+    }
+    for (Kept &k : trees) {
+        ASSERT_EQ(dump(k.root), k.shape);
+        nx_json_free(k.root);
+    }
+}
+
+// A parent the caller allocated goes back to the C library with its
+// children; trees move between threads, and threads end while trees they
+// made live on.
+TEST(JsonParser, NodesCrossThreadsAndCallerParents) {
+    auto *top = static_cast<JsonNode *>(std::calloc(1, sizeof(JsonNode)));
+    std::string text = "[1, [2, 3], {\"a\": \"b\"}]";
+    ASSERT_NE(parse_value(top, nullptr, text.data()), nullptr);
+    EXPECT_EQ(dump(top->v2.child), "[i:1,[i:2,i:3],{a=s:b}]");
+    top->kind = JSON_ARRAY;  // so that freeing it frees what it holds
+    nx_json_free(top);
+
+    std::mt19937 rng(5);
+    std::vector<Kept> made(8);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < made.size(); ++i) {
+        std::string doc = random_document(rng);
+        threads.emplace_back([&made, i, doc] { made[i] = keep(doc); });
+    }
+    for (auto &t : threads) t.join();  // their threads are gone
+    threads.clear();
+    Kept here = keep(random_document(rng));
+    for (size_t i = 0; i < made.size(); i += 2) {
+        threads.emplace_back([&made, i] {
+            EXPECT_EQ(dump(made[i].root), made[i].shape);
+            nx_json_free(made[i].root);
+        });
+    }
+    threads.emplace_back([&here] { nx_json_free(here.root); });
+    for (auto &t : threads) t.join();
+    for (size_t i = 1; i < made.size(); i += 2) {
+        EXPECT_EQ(dump(made[i].root), made[i].shape);
+        nx_json_free(made[i].root);
+    }
 }
 
 }  // namespace
