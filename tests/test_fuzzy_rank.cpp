@@ -5,7 +5,6 @@
 #include <string>
 
 #include "host/testhost.hpp"
-#include "tests/sqlite_fixture.hpp"
 #include "udfkit/sqlfunc.h"
 
 namespace {
@@ -79,22 +78,6 @@ TEST(FuzzyRank, BadInputGivesAScore) {
     for (const auto &c : cases) {
         const double d = rank(c.query, c.text, c.charset);
         EXPECT_TRUE(!c.zero || d == 0.0) << c.query << " / " << c.text << ": " << d;
-    }
-}
-
-// Through SQLite: NULLs and a BLOB of invalid UTF-8 give NULL or a score.
-TEST(FuzzyRank, ThroughSqlite) {
-    SqliteDb db;
-    EXPECT_EQ(db.one("select fuzzyrank('Jean Dupont', 'Jean Dupont')"), "r:1");
-    for (const char *sql : {"select fuzzyrank(NULL, 'Jean')", "select fuzzyrank('jean', NULL)",
-                            "select fuzzyrank(x'c328fffe206a65616e', 'Jean')",
-                            "select fuzzyrank('jean', x'8080204a65616e20e282', 'UTF-8')"}) {
-        const std::string got = db.one(sql);
-        if (got != "NULL") {
-            ASSERT_EQ(got.substr(0, 2), "r:") << sql;
-            const double d = std::stod(got.substr(2));
-            EXPECT_TRUE(d >= 0.0 && d <= 1.0) << sql << ": " << got;
-        }
     }
 }
 

@@ -22,73 +22,55 @@ struct TermResult {
 
 bool delimiter(char c) { return c && std::strchr(" :,;.-'/\n`*+#!?(){}[]=~$<>_", c) != nullptr; }
 
+// One term against one word of the text, given as its standard form and
+// its key; cutoff is the term's best distance so far.
+double term_score(const SearchTerm &t, const char *stdw, const char *key, bool cut_mode, int32_t &cutoff) {
+    const char *x = t.std ? stdw : key;
+    const int xl = (int)std::strlen(x);
+    if (xl == 0) return 0;
+    int d = cut_mode ? LevDistCutOff(x, t.word, cutoff) : LevDist(x, t.word);
+    if (cut_mode) cutoff = std::min(cutoff, d);
+    if (t.quoted) d *= 2;
+    return std::max(0.0, 1 - (double)d / (double)std::max(t.length, xl));
+}
+
 // Scores text against the compiled table the slow way, writing the
 // per-search fields into out (the table itself is left alone).
 double reference(const std::string &text, std::vector<TermResult> &out) {
     int n = 0;
     while (n < UDFKIT_MAX_TERMS && Recherche[n].word) ++n;
     out.assign(n, TermResult{255, -1, 0, 0.0});
-    if (n == 0) return 0.0;
     bool cut_mode = true;
-    for (int j = 0; j < n; ++j)
-        if (Recherche[j].op == TERM_PHRASE) cut_mode = false;
-    int lo = -1, hi = 255;
-    if (n == 1) {
-        lo = Recherche[0].length / 2;
-        hi = 3 * Recherche[0].length / 2;
-    }
-    std::vector<double> best(n, 0.0), prev(n, 0.0), cur(n, 0.0);
-    size_t i = 0;
-    while (i < text.size()) {
+    for (int j = 0; j < n; ++j) cut_mode = cut_mode && Recherche[j].op != TERM_PHRASE;
+    // A single term only meets words of half to one and a half its length.
+    const int lo = n == 1 ? Recherche[0].length / 2 : -1, hi = n == 1 ? 3 * Recherche[0].length / 2 : 255;
+    std::vector<double> prev(n, 0.0), cur(n, 0.0);
+    for (size_t i = 0, off; n > 0 && i < text.size();) {
         while (i < text.size() && delimiter(text[i])) ++i;
-        if (i >= text.size()) break;
-        size_t off = i;
-        while (i < text.size() && !delimiter(text[i])) ++i;
-        std::string w = text.substr(off, i - off);
+        for (off = i; i < text.size() && !delimiter(text[i]);) ++i;
+        if (off == i) break;
+        const std::string w = text.substr(off, i - off);
         char stdw[UDFKIT_STDMOT_SIZE], key[UDFKIT_PHONKEY_SIZE];
         MakeStdMot(w.c_str(), stdw);
-        int len = (int)std::strlen(stdw);
+        const int len = (int)std::strlen(stdw);
         if (len == 0 || len <= lo || len >= hi) continue;
         Phonetiseur(stdw, key);
         for (int j = 0; j < n; ++j) {
-            const SearchTerm &t = Recherche[j];
-            const char *x = t.std ? stdw : key;
-            int xl = (int)std::strlen(x);
-            double s = 0;
-            if (xl > 0) {
-                int d;
-                if (cut_mode) {
-                    d = LevDistCutOff(x, t.word, out[j].cutoff);
-                    out[j].cutoff = std::min(out[j].cutoff, d);
-                } else {
-                    d = LevDist(x, t.word);
-                }
-                if (t.quoted) d *= 2;
-                s = 1 - (double)d / (double)std::max(t.length, xl);
-                if (s < 0) s = 0;
-            }
-            if (t.op == TERM_PHRASE && j > 0) s *= prev[j - 1];
-            if (s > best[j]) {
-                best[j] = s;
-                out[j].position = (int32_t)off;
-                out[j].matchLength = (int32_t)w.size();
-                out[j].score = s;
-            }
+            double s = term_score(Recherche[j], stdw, key, cut_mode, out[j].cutoff);
+            if (Recherche[j].op == TERM_PHRASE && j > 0) s *= prev[j - 1];
+            if (s > out[j].score) out[j] = {out[j].cutoff, (int32_t)off, (int32_t)w.size(), s};
             cur[j] = s;
         }
         prev = cur;
     }
+    // Optional terms are averaged; the others multiply what comes before.
     double a = 0;
     int count = 0;
     for (int j = 0; j < n; ++j) {
-        switch (Recherche[j].op) {
-        case TERM_OPTIONAL: a += best[j]; ++count; break;
-        case TERM_EXCLUDED: a *= 1 - best[j]; break;
-        default: a *= best[j]; break;
-        }
+        if (Recherche[j].op == TERM_OPTIONAL) a += out[j].score, ++count;
+        else a *= Recherche[j].op == TERM_EXCLUDED ? 1 - out[j].score : out[j].score;
     }
-    double r = count ? a / count : a;
-    return std::clamp(r, 0.0, 1.0);
+    return std::clamp(count ? a / count : a, 0.0, 1.0);
 }
 
 // Searches text for pattern, compiled afresh under the phonetics in force,

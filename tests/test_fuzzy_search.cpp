@@ -291,17 +291,29 @@ TEST_F(Fuzzy, ExcerptWindowsKeepWholeCharacters) {
             }
 }
 
+// One end-to-end check per function and per kind of value (the default
+// markers, NULL, a BLOB of invalid UTF-8).
 TEST_F(Fuzzy, ThroughSqlite) {
     SqliteDb db;
-    EXPECT_EQ(db.one("select round(fuzzysearch('dupont', 'M. Dupond habite ici'), 4)"), "r:0.8333");
-    EXPECT_EQ(db.one("select fuzzysearch('dupont', 'ab cd')"), "r:0");
-    EXPECT_EQ(db.one("select fuzzyhighlight('dupont', 'M. Dupond', 0.5, 'UTF-8')"),
-              "M. " + wrap("Dupond", 1 - 1.0 / 6));
-    db.exec("select fuzzysetspans('[', ']')");
-    EXPECT_EQ(db.one("select fuzzyexcerpt('dupont', 'M. Dupond habite ici', 2, 20)"),
-              "M. [Dupond] habite i ...");
-    EXPECT_EQ(db.one("select fuzzyhighlight('dupont', NULL)"), "NULL");
-    EXPECT_EQ(db.one("select convert('abc', 'NOPE', 'UTF-8')"), "abc");
+    const std::string cases[][2] = {
+        {"select round(fuzzysearch('dupont', 'M. Dupond habite ici'), 4)", "r:0.8333"},
+        {"select fuzzysearch('dupont', 'ab cd')", "r:0"},
+        {"select fuzzyhighlight('dupont', 'M. Dupond', 0.5, 'UTF-8')", "M. " + wrap("Dupond", 1 - 1.0 / 6)},
+        {"select fuzzyhighlight('dupont', NULL)", "NULL"},
+        {"select fuzzysetspans('[', ']')", "NULL"},
+        {"select fuzzyexcerpt('dupont', 'M. Dupond habite ici', 2, 20)", "M. [Dupond] habite i ..."},
+        {"select convert('abc', 'NOPE', 'UTF-8')", "abc"},
+        {"select fuzzyrank('Jean Dupont', 'Jean Dupont')", "r:1"},
+        {"select fuzzyrank(NULL, 'Jean')", "r:0"},
+        {"select fuzzyrank('jean', NULL)", "r:0"},
+        {"select fuzzyrank(x'c328fffe206a65616e', 'Jean')", ""},  // "": some score
+        {"select fuzzyrank('jean', x'8080204a65616e20e282', 'UTF-8')", ""},
+    };
+    for (const auto &c : cases) {
+        const std::string got = db.one(c[0]);
+        const double d = got.substr(0, 2) == "r:" ? std::stod(got.substr(2)) : -1;
+        EXPECT_TRUE(c[1].empty() ? d >= 0 && d <= 1 : got == c[1]) << c[0] << ": " << got;
+    }
 }
 
 }  // namespace
