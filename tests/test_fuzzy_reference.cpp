@@ -105,7 +105,6 @@ TEST(FuzzyReference, KnownScores) {
         {"+dupont jean", "Jean Dupond", 1.0, 5},
         {"+dupont", "Dupont", 0.0, 0},
         {"martin -paris", "Martine de Paris", 0.0, 0},
-        {"dupont", "Du-pont", 1 - 2.0 / 6, 3},
         {"'rue de la paix'", "12 rue de la Paix, Paris", 1.0, 3},
         {"'rue de la paix'", "la paix de la rue", 0.0, 14},
         {"'dupond'", "Dupont", 1 - 2.0 / 6, 0},
@@ -113,7 +112,6 @@ TEST(FuzzyReference, KnownScores) {
         {"a", "a b a", 0.0, -1},                 // a one-byte term never matches
         {"dupont", " .,;", 0.0, -1},
         {" ,+", "Dupont", 0.0, 0},  // no term
-        {"caf\xc3\xa9", "CAFE", 1.0, 0},
     };
     std::strcpy(IsoCode, "UTF-8");
     for (const auto &c : cases) {
