@@ -71,15 +71,6 @@ TEST(MakeStdMot, FoldsByCharacterSet) {
     for (const auto &c : cases) EXPECT_EQ(std_word(c[0], c[1]), c[2]) << c[0] << " " << c[1];
 }
 
-TEST(MakeStdMot, LongWordsStayInTheBuffer) {
-    std::string w(1000, 'a');
-    char out[UDFKIT_STDMOT_SIZE + 16];
-    std::memset(out, 'Z', sizeof out);
-    MakeStdMot(w.c_str(), out);
-    EXPECT_EQ(std::strlen(out), UDFKIT_STDMOT_SIZE - 1);
-    EXPECT_EQ(out[UDFKIT_STDMOT_SIZE], 'Z');
-}
-
 TEST(ConvertSql, Functions) {
     std::string latin(200, '\xe9'), utf8;
     for (int i = 0; i < 200; ++i) utf8 += "\xc3\xa9";
