@@ -316,38 +316,49 @@ bool fast_fraction(const Parse &ps, const char *q, uint64_t m, bool neg, double 
     return true;
 }
 
+// The double of the number at p, as strtod reads it, stored in js.
+[[gnu::noinline]] char *double_by_c_library(JsonNode *js, char *p) {
+    js->kind = JSON_DOUBLE;
+    errno = 0;
+    char *end;
+    const double d = strtod_l(p, &end, c_locale());
+    // Only overflow is an error; a value too small to represent reads as
+    // the nearest the C library gives (0 or subnormal).
+    if (end == p || (errno == ERANGE && std::fabs(d) == HUGE_VAL))
+        return report(325, "invalid number", p);
+    js->v2.dbl_value = d;
+    return end;
+}
+
+// The number at p read by the C library alone: the integer in automatic
+// base, then, when a fraction or exponent follows, the double.
+[[gnu::noinline]] char *number_by_c_library(JsonNode *js, char *p) {
+    errno = 0;
+    char *end;
+    if (*p == '-')
+        js->v1.int_value = strtoll_l(p, &end, 0, c_locale());
+    else
+        js->v1.uint_value = strtoull_l(p, &end, 0, c_locale());
+    if (end == p || errno == ERANGE) return report(318, "invalid number", p);
+    if (*end == '.' || *end == 'e' || *end == 'E') return double_by_c_library(js, p);
+    return end;
+}
+
+// The usual decimal numbers are read here in one pass; the others by the
+// C library, with the same results.
 char *parse_number(Parse &ps, JsonNode *parent, const char *key, char *p) {
     JsonNode *js = create_json(ps, JSON_INTEGER, key, parent);
     const bool neg = *p == '-';
     char *end;
     uint64_t magnitude;
-    const bool fast = fast_integer(ps, p + neg, &magnitude, &end) &&
-                      (!neg || magnitude <= (uint64_t{1} << 63));
-    if (fast) {
-        js->v1.uint_value = neg ? uint64_t{0} - magnitude : magnitude;
-    } else {
-        errno = 0;
-        if (neg)
-            js->v1.int_value = strtoll_l(p, &end, 0, c_locale());
-        else
-            js->v1.uint_value = strtoull_l(p, &end, 0, c_locale());
-        if (end == p || errno == ERANGE) return report(318, "invalid number", p);
-    }
-    if (*end == '.' || *end == 'e' || *end == 'E') {
-        js->kind = JSON_DOUBLE;
-        double d;
-        // After the C library's reading of the integer, strtod reads the
-        // whole number.
-        if (!fast || !fast_fraction(ps, end, magnitude, neg, &d, &end)) {
-            errno = 0;
-            d = strtod_l(p, &end, c_locale());
-            // Only overflow is an error; a value too small to represent
-            // reads as the nearest the C library gives (0 or subnormal).
-            if (end == p || (errno == ERANGE && std::fabs(d) == HUGE_VAL))
-                return report(325, "invalid number", p);
-        }
-        js->v2.dbl_value = d;
-    }
+    if (!fast_integer(ps, p + neg, &magnitude, &end) || (neg && magnitude > (uint64_t{1} << 63)))
+        return number_by_c_library(js, p);
+    js->v1.uint_value = neg ? uint64_t{0} - magnitude : magnitude;
+    if (*end != '.' && (*end | 0x20) != 'e') return end;
+    js->kind = JSON_DOUBLE;
+    double d;
+    if (!fast_fraction(ps, end, magnitude, neg, &d, &end)) return double_by_c_library(js, p);
+    js->v2.dbl_value = d;
     return end;
 }
 
