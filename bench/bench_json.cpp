@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -31,8 +32,10 @@ std::string records_doc() {
     for (int i = 0; s.size() < kTarget; ++i) {
         std::snprintf(buf, sizeof buf,
                       "%s{\"id\": %d, \"name\": \"%s %s\", \"city\": \"%s\", "
-                      "\"note\": \"caf\\u00e9 \\\"%d\\\" \\u20ac %u \\ud83d\\ude00 line\\nnext\", "
-                      "\"tags\": [\"t%u\", \"vip\"], \"active\": %s, \"score\": %u.%02u}",
+                      "\"note\": \"caf\\u00e9 \\\"%d\\\" \\u20ac %" PRIuFAST32
+                      " \\ud83d\\ude00 line\\nnext\", "
+                      "\"tags\": [\"t%" PRIuFAST32 "\", \"vip\"], \"active\": %s, "
+                      "\"score\": %" PRIuFAST32 ".%02" PRIuFAST32 "}",
                       i ? ",\n" : "", i, names[rng() % 6], names[rng() % 6], cities[rng() % 6], i,
                       rng() % 1000, rng() % 50, rng() % 2 ? "true" : "false", rng() % 1000,
                       rng() % 100);

@@ -13,10 +13,11 @@
 //
 // Which addresses are blocks is kept in a two-level bitmap, one bit per
 // possible block position, filled and read with atomic operations.
-#include <assert.h>
+#include <errno.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -92,6 +93,15 @@ bool is_block(uintptr_t base) {
     return (leaf[bit / 64].load(std::memory_order_acquire) >> (bit % 64)) & 1;
 }
 
+// Out of memory ends the process with the failed-assertion line of the
+// C library, in every build: written out here so that NDEBUG cannot turn
+// the stop off.
+[[noreturn, gnu::cold, gnu::noinline]] void out_of_memory() {
+    std::fprintf(stderr, "%s: %s:%d: %s: Assertion `%s' failed.\n",
+                 program_invocation_short_name, __FILE__, 71, "create_json", "js");
+    std::abort();
+}
+
 void release_block(BlockHeader *b) {
     unmark_block(reinterpret_cast<uintptr_t>(b));
     b->~BlockHeader();
@@ -116,7 +126,7 @@ JsonNode *NodeCarver::refill() {
     if (!mem) {
         // No block: this node is an allocation of its own.
         auto *js = static_cast<JsonNode *>(std::calloc(1, sizeof(JsonNode)));
-        if (!js) __assert_fail("js", __FILE__, 71, "create_json");
+        if (!js) out_of_memory();
         return js;
     }
     auto *b = new (mem) BlockHeader{};

@@ -6,7 +6,6 @@
 // from its thread's block of nodes (jsonnodes.cpp) and linked to its
 // parent.  The first error stops the parse and
 // prints one line on stderr whose number identifies the failed check.
-#include <assert.h>
 #include <errno.h>
 #include <locale.h>
 

@@ -1,6 +1,7 @@
 // The in-place JSON parser: trees, error lines, number conversion.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -363,6 +364,36 @@ TEST(JsonParser, NodesCrossThreadsAndCallerParents) {
         EXPECT_EQ(dump(made[i].root), made[i].shape);
         nx_json_free(made[i].root);
     }
+}
+
+// A node that cannot be allocated stops the process with the C library's
+// failed-assertion line, in every build type (NDEBUG included).
+TEST(JsonParserDeathTest, OutOfMemoryStopsTheProcess) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "an address-space limit does not mix with the sanitizers' shadow memory";
+#else
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto starve = [] {
+        std::string text = "[";
+        for (int i = 0; i < 4000000; ++i) text += "0,";
+        text += "0]";
+        std::vector<char> buf(text.begin(), text.end());
+        buf.push_back('\0');
+        std::string().swap(text);
+        // 32 MB more than is in use now, far from enough for 4 million nodes.
+        long pages = 0;
+        if (FILE *f = std::fopen("/proc/self/statm", "r")) {
+            if (std::fscanf(f, "%ld", &pages) != 1) pages = 0;
+            std::fclose(f);
+        }
+        const rlim_t limit = static_cast<rlim_t>(pages) * 4096 + (32u << 20);
+        const rlimit r{limit, limit};
+        setrlimit(RLIMIT_AS, &r);
+        JsonNode top{};
+        parse_value(&top, nullptr, buf.data());
+    };
+    EXPECT_DEATH(starve(), "create_json: Assertion `js' failed");
+#endif
 }
 
 }  // namespace
