@@ -56,13 +56,18 @@ inline bool describe_value_of(const HostCallTable *table, int32_t nargs, const A
     return true;
 }
 
-// Pops the top value as text into a fixed buffer: at most N - 1
-// characters, always terminated, whatever the host wrote.
+// Pops the top value as text into buf with capacity cap (at least 1): at
+// most cap - 1 characters, always terminated, whatever the host wrote.
+inline void pop_into(const HostCallTable *t, char *buf, int32_t cap) noexcept {
+    buf[0] = '\0';
+    t->PopString(buf, cap);
+    buf[cap - 1] = '\0';
+}
+
+// The same into a whole array.
 template <size_t N>
 inline void pop_into(const HostCallTable *t, char (&buf)[N]) noexcept {
-    buf[0] = '\0';
-    t->PopString(buf, static_cast<int32_t>(N));
-    buf[N - 1] = '\0';
+    pop_into(t, buf, static_cast<int32_t>(N));
 }
 
 // A string popped whole: PeekStringLength bytes, popped with that capacity.
@@ -80,9 +85,7 @@ public:
             heap_.reset(new char[bytes]);
             data_ = heap_.get();
         }
-        data_[0] = '\0';
-        t->PopString(data_, n);
-        data_[n - 1] = '\0';  // whatever the host did, the text ends in the buffer
+        pop_into(t, data_, n);
     }
     PoppedText(const PoppedText &) = delete;
     PoppedText &operator=(const PoppedText &) = delete;

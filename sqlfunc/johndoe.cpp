@@ -18,8 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "sqlfunc/hostcall.hpp"
 #include "udfkit/md5.h"
@@ -37,8 +35,6 @@ constexpr int32_t kNssCap = 80;
 constexpr int32_t kKeyCap = 100;
 constexpr int32_t kEmailCap = 1024;
 constexpr size_t kNssLength = 13;
-// Texts up to this many bytes (terminator included) stay off the heap.
-constexpr int32_t kLetterLocalMax = 0x18fff;
 // Dictionary lines are read at most 255 bytes at a time.
 constexpr int kLineBuffer = 256;
 
@@ -73,9 +69,8 @@ void scramble(char *s, const char *alphabet, size_t n) noexcept {
     const size_t len = std::strlen(s);
     for (size_t i = 0; i < len; ++i) {
         if (s[i] == ' ') continue;
-        size_t k = static_cast<size_t>(static_cast<double>(n) * drand48());
-        if (n > 0 && k >= n) k = n - 1;  // drand48() < 1: never taken
-        s[i] = alphabet[k];
+        // drand48() < 1, so the index stays below n (0 for an empty alphabet).
+        s[i] = alphabet[static_cast<size_t>(static_cast<double>(n) * drand48())];
     }
 }
 
@@ -190,28 +185,16 @@ UDFKIT_API void anonymize_last(const HostCallTable *t, int32_t nargs, const ArgD
 UDFKIT_API void anonymize_letter(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                                  int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
-    char alphabet[kAlphabetCap];
-    udfkit::pop_into(t, alphabet);
-
-    int32_t cap = t->PeekStringLength();
-    if (cap < 1) cap = 1;
-    char local[kLetterLocalMax];
-    std::unique_ptr<char[]> heap;
-    char *text = local;
-    if (cap > kLetterLocalMax) {
-        heap.reset(new (std::nothrow) char[static_cast<size_t>(cap)]);
-        if (heap)
-            text = heap.get();
-        else
-            cap = kLetterLocalMax;  // no memory: the text is cut to what fits here
-    }
-    text[0] = '\0';
-    t->PopString(text, cap);
-    text[cap - 1] = '\0';
-
-    srand48(text_seed(text));
-    scramble(text, alphabet, std::strlen(alphabet));
-    t->PushString(text);
+    udfkit::guarded([&] {
+        char alphabet[kAlphabetCap];
+        udfkit::pop_into(t, alphabet);
+        // Short texts stay in the object, longer ones go to the heap: a
+        // host's worker thread may have a small stack.
+        udfkit::PoppedText text(t);
+        srand48(text_seed(text.c_str()));
+        scramble(text.data(), alphabet, std::strlen(alphabet));
+        t->PushString(text.c_str());
+    });
 }
 
 UDFKIT_API void anonymize_nss(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
@@ -245,9 +228,7 @@ UDFKIT_API void anonymize_email(const HostCallTable *t, int32_t nargs, const Arg
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
     // A full local part, the at sign and the domain.
     char address[kEmailCap + sizeof kEmailDomain];
-    address[0] = '\0';
-    t->PopString(address, kEmailCap);
-    address[kEmailCap - 1] = '\0';
+    udfkit::pop_into(t, address, kEmailCap);
     const size_t len = std::strlen(address);
 
     unsigned char digest[16];

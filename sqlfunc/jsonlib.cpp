@@ -241,9 +241,7 @@ UDFKIT_API void jsonlib_createparser(const HostCallTable *t, int32_t nargs, cons
             t->PushInt(-1);
             return;
         }
-        text[0] = '\0';
-        t->PopString(text, size);
-        text[size - 1] = '\0';
+        udfkit::pop_into(t, text, size);
         JsonNode top{};
         char *end = parse_value(&top, nullptr, text);
         JsonNode *root = top.v2.child;
