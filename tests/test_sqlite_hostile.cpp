@@ -34,8 +34,10 @@ void *operator new(std::size_t n, const std::nothrow_t &) noexcept {
         return nullptr;
     }
 }
-void operator delete(void *p) noexcept { std::free(p); }
-void operator delete(void *p, std::size_t) noexcept { std::free(p); }
+// Kept out of line: inlined next to the replaced new, GCC takes the pair for
+// a new/free mismatch.
+[[gnu::noinline]] void operator delete(void *p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void *p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
