@@ -214,7 +214,12 @@ TEST(Stack, JsonParserAtItsDepthLimit) {
         },
         1 << 20);
     ASSERT_NE(used, SIZE_MAX);
-    EXPECT_LE(used - empty, kSmallStack) << "at depth " << udfkit::json::kMaxDepth;
+#ifdef __OPTIMIZE__
+    const size_t stated = 128 * 1024;
+#else
+    const size_t stated = 256 * 1024;  // unoptimised frames
+#endif
+    EXPECT_LE(used - empty, stated) << "at depth " << udfkit::json::kMaxDepth;
 }
 
 }  // namespace
