@@ -3,10 +3,12 @@
 #include <iconv.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "fuzzy/fuzzy_internal.hpp"
 #include "sqlfunc/hostcall.hpp"
@@ -71,6 +73,57 @@ struct Latin1Fold {
 constexpr Latin1Fold kLatin1Fold;
 
 inline unsigned char up(unsigned char c) { return static_cast<unsigned char>(std::toupper(c)); }
+
+// What convert pushes of a converted text: its bytes up to the first NUL,
+// as PushString reads them.  Only up to `cap` of them are kept; the
+// length counts them all.
+struct PushedText {
+    explicit PushedText(uint64_t cap) : cap(cap) {}
+    void add(const char *bytes, size_t n) {
+        if (ended) return;
+        if (const void *nul = std::memchr(bytes, '\0', n)) {
+            n = static_cast<size_t>(static_cast<const char *>(nul) - bytes);
+            ended = true;
+        }
+        length += n;
+        if (kept.size() < cap) kept.append(bytes, std::min<uint64_t>(n, cap - kept.size()));
+    }
+    uint64_t cap;
+    uint64_t length = 0;
+    bool ended = false;
+    std::string kept;
+};
+
+// Converts len bytes from one character set to another through a small
+// window, whatever the output's size, handing every converted byte to
+// out.  False when the conversion cannot be made (the same failures as
+// Iconv's).
+bool convert_all(const char *input, size_t len, const char *fromcode, const char *tocode,
+                 PushedText &out) {
+    iconv_t cd = iconv_open(tocode, fromcode);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return false;
+    char window[4096];
+    char *in = const_cast<char *>(input);
+    size_t inleft = len;
+    bool flushing = len == 0, ok = true;
+    for (;;) {
+        char *w = window;
+        size_t wleft = sizeof window;
+        const size_t r = flushing ? iconv(cd, nullptr, nullptr, &w, &wleft)
+                                  : iconv(cd, &in, &inleft, &w, &wleft);
+        const int err = errno;
+        out.add(window, static_cast<size_t>(w - window));
+        if (r == static_cast<size_t>(-1)) {
+            if (err == E2BIG && (flushing || inleft > 0)) continue;  // window full
+            ok = false;
+            break;
+        }
+        if (flushing) break;
+        flushing = true;
+    }
+    iconv_close(cd);
+    return ok;
+}
 
 }  // namespace
 
@@ -206,17 +259,13 @@ UDFKIT_API void convert(const HostCallTable *t, int32_t nargs, const ArgDesc *ar
         PoppedText text(t);
         // The capacity counts the terminator: the text proper is one byte
         // shorter, and all of it is converted, NUL bytes included.
-        int32_t n = text.capacity() - 1;
-        char *conv = Iconv(text.c_str(), n, fromcode, tocode);
-        if (conv) {
-            // The length is known once converted (a character set may take
-            // up to four bytes a character): over the host's limit nothing
-            // is pushed.
-            if (udfkit::result_fits(std::strlen(conv))) t->PushString(conv);
-            std::free(conv);
-        } else {
+        PushedText out(udfkit::result_limit());
+        if (!convert_all(text.c_str(), static_cast<size_t>(text.capacity() - 1), fromcode,
+                         tocode, out)) {
             t->PushString(text.c_str());
+            return;
         }
+        if (udfkit::result_fits(out.length)) t->PushString(out.kept.c_str());
     });
 }
 

@@ -16,6 +16,10 @@ namespace udfkit {
 // A function that gets false pushes nothing.
 bool result_fits(uint64_t bytes) noexcept;
 
+// The largest result the host accepts for this call, in bytes (terminator
+// excluded); UINT64_MAX when it set no limit.  Asking marks nothing.
+uint64_t result_limit() noexcept;
+
 // Runs the body of an SQL function; an exception (allocation failure) ends
 // the call with whatever has been pushed so far, never reaching the host.
 template <class F>

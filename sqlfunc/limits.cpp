@@ -17,6 +17,10 @@ bool result_fits(uint64_t bytes) noexcept {
     return true;
 }
 
+uint64_t result_limit() noexcept {
+    return t_limit > 0 ? static_cast<uint64_t>(t_limit) : UINT64_MAX;
+}
+
 }  // namespace udfkit
 
 extern "C" {

@@ -51,6 +51,15 @@ std::vector<std::string> pop_all_whole(const HostCallTable *t, int32_t nargs) {
     return texts;
 }
 
+// Occurrences of search (slen bytes) in s, left to right, never
+// overlapping.  An empty search string has none.
+size_t count_matches(const char *s, const char *search, size_t slen) {
+    if (slen == 0) return 0;
+    size_t n = 0;
+    for (const char *hit; (hit = std::strstr(s, search)) != nullptr; s = hit + slen) ++n;
+    return n;
+}
+
 template <bool Max>
 void extreme(const HostCallTable *t, int32_t nargs) {
     double kept = 0;
@@ -157,28 +166,24 @@ UDFKIT_API void strreplace(const HostCallTable *t, int32_t nargs, const ArgDesc 
         char repl[kReplaceCap], search[kReplaceCap];
         udfkit::pop_into(t, repl);
         udfkit::pop_into(t, search);
-        PoppedText text(t, 1);
+        PoppedText text(t);
         const char *s = text.c_str();
-        const size_t slen = std::strlen(search);
-        // An empty search string would never advance the scan: the text comes
-        // back unchanged.
-        if (slen == 0) {
+        const size_t slen = std::strlen(search), rlen = std::strlen(repl);
+        // The result is never cut, however much the replacements make it
+        // grow; its length is known before it is built.
+        const size_t hits = count_matches(s, search, slen);
+        if (!udfkit::result_fits(text.length() - hits * slen + hits * rlen)) return;
+        if (hits == 0) {
             t->PushString(s);
             return;
         }
-        const size_t rlen = std::strlen(repl);
-        // The result is never cut: the output grows past 2 x N when the
-        // replacements need it.
         std::string out;
-        out.reserve(2 * static_cast<size_t>(text.capacity()) + 1);
-        while (*s) {
-            if (*s == search[0] && std::strncmp(s, search, slen) == 0) {
-                out.append(repl, rlen);
-                s += slen;
-            } else {
-                out.push_back(*s++);
-            }
+        out.reserve(text.length() - hits * slen + hits * rlen);
+        for (const char *hit; (hit = std::strstr(s, search)) != nullptr; s = hit + slen) {
+            out.append(s, static_cast<size_t>(hit - s));
+            out.append(repl, rlen);
         }
+        out.append(s);
         t->PushString(out.c_str());
     });
 }
@@ -193,7 +198,11 @@ UDFKIT_API void concat(const HostCallTable *t, int32_t nargs, const ArgDesc *arg
     }
     guarded([&] {
         std::vector<std::string> texts = pop_all_whole(t, nargs);
+        size_t length = 0;
+        for (const std::string &s : texts) length += s.size();
+        if (!udfkit::result_fits(length)) return;
         std::string out;
+        out.reserve(length);
         for (const std::string &s : texts) out += s;
         t->PushString(out.c_str());
     });
@@ -209,11 +218,16 @@ UDFKIT_API void merge(const HostCallTable *t, int32_t nargs, const ArgDesc *args
     }
     guarded([&] {
         std::vector<std::string> texts = pop_all_whole(t, nargs);
+        // A blank follows every non-empty text but the last argument.
+        auto blank_after = [&](size_t i) { return !texts[i].empty() && i + 1 < texts.size(); };
+        size_t length = 0;
+        for (size_t i = 0; i < texts.size(); ++i) length += texts[i].size() + blank_after(i);
+        if (!udfkit::result_fits(length)) return;
         std::string out;
+        out.reserve(length);
         for (size_t i = 0; i < texts.size(); ++i) {
-            if (texts[i].empty()) continue;
             out += texts[i];
-            if (i + 1 < texts.size()) out += ' ';
+            if (blank_after(i)) out += ' ';
         }
         t->PushString(out.c_str());
     });

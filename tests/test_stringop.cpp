@@ -86,6 +86,59 @@ TEST(StringFunctions, ConcatenationAndFields) {
     });
 }
 
+// Under the host's result limit a function whose output can outgrow its
+// arguments measures the result first: over the limit it pushes nothing
+// and marks the call as refused, without building the text.
+TEST(StringFunctions, ResultLimit) {
+    const std::string mega(1 << 20, 'a');
+    const struct {
+        const char *name;
+        udfkit_sqlfunc fn;
+        std::vector<Value> args;
+        int64_t limit;
+        const char *expected;  // null: refused
+    } cases[] = {
+        {"strreplace at the limit", strreplace, {S("aaa"), S("a"), S("bb")}, 6, "bbbbbb"},
+        {"strreplace over", strreplace, {S("aaa"), S("a"), S("bb")}, 5, nullptr},
+        {"strreplace shrinking", strreplace, {S("abab"), S("ab"), S("")}, 1, ""},
+        {"strreplace empty search", strreplace, {S("abc"), S(""), S("x")}, 3, "abc"},
+        {"concat at the limit", concat, {S("ab"), S(""), S("cd")}, 4, "abcd"},
+        {"concat over", concat, {S("ab"), S(""), S("cd")}, 3, nullptr},
+        {"merge at the limit", merge, {S("ab"), S(""), S("cd")}, 5, "ab cd"},
+        {"merge over", merge, {S("ab"), S(""), S("cd")}, 4, nullptr},
+        {"merge trailing blank counted", merge, {S("ab"), S("")}, 2, nullptr},
+        {"no limit", strreplace, {S("aaa"), S("a"), S("bb")}, 0, "bbbbbb"},
+        // 4 GB if it were built.
+        {"strreplace 1 MB by 4 KB", strreplace, {S(mega), S("a"), S(std::string(4095, 'r'))},
+         1000000000, nullptr},
+        {"concat of megabytes", concat, {S(mega), S(mega), S(mega)}, 3 << 20, "="},
+        {"convert at the limit", convert, {S("\xe9\xe9\xe9"), S("ISO-8859-1"), S("UTF-8")}, 6,
+         "\xc3\xa9\xc3\xa9\xc3\xa9"},
+        {"convert over", convert, {S("\xe9\xe9\xe9"), S("ISO-8859-1"), S("UTF-8")}, 5, nullptr},
+        // What is pushed ends at the first NUL byte of the conversion.
+        {"convert counts what is pushed", convert, {S("\xc3\xa9t\xc3\xa9"), S("UTF-8"), S("UTF-16LE")},
+         1, "\xe9"},
+        {"convert of megabytes", convert,
+         {S(std::string(3 << 20, '\xe9')), S("ISO-8859-1"), S("UTF-8")}, 5 << 20, nullptr},
+    };
+    for (const auto &c : cases) {
+        TestHost h;
+        udfkit_set_result_limit(c.limit);
+        Outcome o = h.call(c.fn, c.args);
+        const int32_t refused = udfkit_result_refused();
+        udfkit_set_result_limit(0);
+        EXPECT_EQ(o.leftover, 0) << c.name;
+        EXPECT_EQ(refused, c.expected ? 0 : 1) << c.name;
+        if (!c.expected) {
+            EXPECT_TRUE(o.pushed.empty()) << c.name;
+        } else if (std::string(c.expected) == "=") {
+            EXPECT_EQ(o.result().s.size(), 3u << 20) << c.name;
+        } else {
+            EXPECT_EQ(o.result(), S(c.expected)) << c.name;
+        }
+    }
+}
+
 TEST(StringFunctions, TypedColumnsAndExtremes) {
     run_cases({
         {"charcolumn", charcolumn, {I(12)}, S("")},
