@@ -45,6 +45,33 @@ void push_cut(const HostCallTable *t, std::string &s, size_t max) {
     t->PushString(s.c_str());
 }
 
+// Pushes the rows of a catalogue query joined with ";", each row written by
+// `row`, cut at max; the empty string when the query fails.
+template <class Row>
+void push_joined(const HostCallTable *t, const std::string &sql, int per_row, size_t max,
+                 Row row) {
+    std::string result;
+    const bool ok = read_rows(t, sql, per_row, [&](char (&v)[2][kValueCap]) {
+        if (result.size() > max) return;  // already past the cut
+        if (!result.empty()) result += ';';
+        row(result, v);
+    });
+    if (!ok) result.clear();
+    push_cut(t, result, max);
+}
+
+// Pops the column number, then the table number under it, and gives the
+// statement selecting `columns` of that column's attributes.
+std::string attribute_query(const HostCallTable *t, const char *columns) {
+    int32_t colno = 0, tabid = 0;
+    t->PopInt(&colno);
+    t->PopInt(&tabid);
+    char sql[128];
+    std::snprintf(sql, sizeof sql, "select %s from syscolattr where tabid = %d and colno = %d",
+                  columns, tabid, colno);
+    return sql;
+}
+
 std::string unknown_type(int32_t code) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "? ? ?(%d)", code);
@@ -127,22 +154,11 @@ UDFKIT_API void colattribute(const HostCallTable *t, int32_t nargs, const ArgDes
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 256)) return;
     udfkit::guarded([&] {
         char key[128];
-        int32_t colno = 0, tabid = 0;
         udfkit::pop_into(t, key);
-        t->PopInt(&colno);
-        t->PopInt(&tabid);
-        char head[128];
-        std::snprintf(head, sizeof head,
-                      "select attrvalue from syscolattr where tabid = %d and colno = %d and attrkey = '",
-                      tabid, colno);
-        std::string result;
-        bool ok = read_rows(t, head + quoted(key) + "'", 1, [&](char (&v)[2][kValueCap]) {
-            if (result.size() > kAttributeMax) return;  // already past the cut
-            if (!result.empty()) result += ';';
-            result += v[0];
-        });
-        if (!ok) result.clear();
-        push_cut(t, result, kAttributeMax);
+        const std::string sql =
+            attribute_query(t, "attrvalue") + " and attrkey = '" + quoted(key) + "'";
+        push_joined(t, sql, 1, kAttributeMax,
+                    [](std::string &out, char (&v)[2][kValueCap]) { out += v[0]; });
     });
 }
 
@@ -150,23 +166,12 @@ UDFKIT_API void colattributes(const HostCallTable *t, int32_t nargs, const ArgDe
                               int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_const(t, rtype, rsize, UDF_T_CHAR, 4096)) return;
     udfkit::guarded([&] {
-        int32_t colno = 0, tabid = 0;
-        t->PopInt(&colno);
-        t->PopInt(&tabid);
-        char sql[128];
-        std::snprintf(sql, sizeof sql,
-                      "select attrkey, attrvalue from syscolattr where tabid = %d and colno = %d",
-                      tabid, colno);
-        std::string result;
-        bool ok = read_rows(t, sql, 2, [&](char (&v)[2][kValueCap]) {
-            if (result.size() > kAttributesMax) return;  // already past the cut
-            if (!result.empty()) result += ';';
-            result += v[0];
-            result += '=';
-            result += v[1];
-        });
-        if (!ok) result.clear();
-        push_cut(t, result, kAttributesMax);
+        push_joined(t, attribute_query(t, "attrkey, attrvalue"), 2, kAttributesMax,
+                    [](std::string &out, char (&v)[2][kValueCap]) {
+                        out += v[0];
+                        out += '=';
+                        out += v[1];
+                    });
     });
 }
 

@@ -60,6 +60,16 @@ size_t count_matches(const char *s, const char *search, size_t slen) {
     return n;
 }
 
+// An empty text column of type `type`, its size given by the value of the
+// one argument (popped and otherwise unused).
+void empty_text_column(const HostCallTable *t, int32_t nargs, const ArgDesc *args, int32_t *rtype,
+                       int32_t *rsize, int32_t type) {
+    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, type, 1)) return;
+    int32_t ignored = 0;
+    t->PopInt(&ignored);
+    t->PushString("");
+}
+
 template <bool Max>
 void extreme(const HostCallTable *t, int32_t nargs) {
     double kept = 0;
@@ -264,18 +274,12 @@ UDFKIT_API void champ(const HostCallTable *t, int32_t nargs, const ArgDesc *args
 
 UDFKIT_API void charcolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                            int32_t *rtype, int32_t *rsize) {
-    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, UDF_T_CHAR, 1)) return;
-    int32_t ignored = 0;
-    t->PopInt(&ignored);
-    t->PushString("");
+    empty_text_column(t, nargs, args, rtype, rsize, UDF_T_CHAR);
 }
 
 UDFKIT_API void vcharcolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                             int32_t *rtype, int32_t *rsize) {
-    if (udfkit::describe_value_of(t, nargs, args, rtype, rsize, UDF_T_VCHAR, 1)) return;
-    int32_t ignored = 0;
-    t->PopInt(&ignored);
-    t->PushString("");
+    empty_text_column(t, nargs, args, rtype, rsize, UDF_T_VCHAR);
 }
 
 UDFKIT_API void datecolumn(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
