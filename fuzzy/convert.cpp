@@ -38,40 +38,6 @@ bool grow(char **buf, size_t *cap, size_t more, char **out, size_t *outleft) {
     return true;
 }
 
-// Second byte after 0xC3 -> letter, for the UTF-8 mode (0: nothing).
-struct Utf8Fold {
-    unsigned char letter[256] = {};
-    constexpr Utf8Fold() {
-        letter[0x89] = 'E';
-        letter[0xA0] = letter[0xA2] = letter[0xA4] = 'A';
-        letter[0xA7] = 'C';
-        letter[0xA8] = letter[0xA9] = letter[0xAA] = letter[0xAB] = 'E';
-        letter[0xAE] = letter[0xAF] = 'I';
-        letter[0xB4] = letter[0xB6] = 'O';
-        letter[0xB9] = letter[0xBB] = letter[0xBC] = 'U';
-    }
-};
-constexpr Utf8Fold kUtf8Fold;
-
-// Byte -> letter for the ISO-8859-1 mode, bytes >= 0x80 only (0: dropped).
-struct Latin1Fold {
-    unsigned char letter[256] = {};
-    constexpr Latin1Fold() {
-        for (int c = 0xC0; c <= 0xC5; ++c) letter[c] = 'A';
-        for (int c = 0xE0; c <= 0xE4; ++c) letter[c] = 'A';
-        letter[0xC7] = letter[0xE7] = 'C';
-        for (int c = 0xC8; c <= 0xCB; ++c) letter[c] = 'E';
-        for (int c = 0xE8; c <= 0xEB; ++c) letter[c] = 'E';
-        letter[0xD1] = letter[0xF1] = 'N';
-        for (int c = 0xD2; c <= 0xD6; ++c) letter[c] = 'O';
-        letter[0xF0] = 'O';
-        for (int c = 0xF2; c <= 0xF6; ++c) letter[c] = 'O';
-        letter[0xEE] = letter[0xEF] = 'I';
-        for (int c = 0xF9; c <= 0xFC; ++c) letter[c] = 'U';
-    }
-};
-constexpr Latin1Fold kLatin1Fold;
-
 inline unsigned char up(unsigned char c) { return static_cast<unsigned char>(std::toupper(c)); }
 
 // What convert pushes of a converted text: its bytes up to the first NUL,

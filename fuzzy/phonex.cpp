@@ -1,7 +1,13 @@
 // The Phonex phonetic key, the vowel classes it reads, the phonetic
 // function in force and the SQL function that switches it.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "fuzzy/fuzzy_internal.hpp"
 #include "sqlfunc/hostcall.hpp"
@@ -251,7 +257,143 @@ inline uint32_t letter_bit(unsigned char c) {
     return c >= 'A' && c <= 'Z' ? uint32_t{1} << (c - 'A') : 0;
 }
 
+// Copies the n bytes of word (n <= kMaxIn) into a, terminated, and runs
+// the passes that may apply; returns the buffer holding the result (a or
+// b) and sets *n to its length.
+char *run_passes(const char *word, size_t *n, Work &a, Work &b) {
+    uint32_t present = 0;
+    for (size_t i = 0; i < *n; ++i) {
+        a.b[i] = word[i];
+        present |= letter_bit(static_cast<unsigned char>(word[i]));
+    }
+    a.b[*n] = '\0';
+    char *in = a.b, *to = b.b;
+    for (const PassRule &p : kPasses) {
+        if (!may_apply(p, present)) continue;
+        *n = p.run(in, to);
+        to[*n] = '\0';
+        std::swap(in, to);
+        present |= p.writes;
+    }
+    return in;
+}
+
+// Where the letters the rules read stand in a line of fewer than 64
+// bytes (s, terminated): bit i of a letter's mask for byte i.
+struct Where {
+    uint64_t A, C, E, G, H, I, M, N, O, P, Q, R, S, T, U, Y;
+    const char *s;
+    size_t n;
+
+    // The vowel-like bytes, the terminator included.
+    uint64_t vowels() const {
+        uint64_t v = 0;
+        for (size_t i = 0; i <= n; ++i)
+            v |= static_cast<uint64_t>(TabVoyelle[static_cast<unsigned char>(s[i])] != 0) << i;
+        return v;
+    }
+};
+
+#if defined(__SSE2__)
+// The line is read 16 bytes at a time; the Work buffer holds 64 at least,
+// and bits from n on are cleared.
+Where locate(const char *s, size_t n) {
+    const size_t chunks = n / 16 + 1;
+    __m128i v[4];
+    for (size_t k = 0; k < chunks; ++k) v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16 * k));
+    const uint64_t valid = (uint64_t{1} << n) - 1;
+    auto at = [&](char c) {
+        const __m128i cv = _mm_set1_epi8(c);
+        uint64_t m = 0;
+        for (size_t k = 0; k < chunks; ++k)
+            m |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v[k], cv))))
+                 << (16 * k);
+        return m & valid;
+    };
+#else
+Where locate(const char *s, size_t n) {
+    auto at = [s, n](char c) {
+        uint64_t m = 0;
+        for (size_t i = 0; i < n; ++i) m |= static_cast<uint64_t>(s[i] == c) << i;
+        return m;
+    };
+#endif
+    return {at('A'), at('C'), at('E'), at('G'), at('H'), at('I'), at('M'), at('N'), at('O'),
+            at('P'), at('Q'), at('R'), at('S'), at('T'), at('U'), at('Y'), s, n};
+}
+
+// For each pass, the places where one of its rules may fire (ignoring
+// the vowel conditions, so a superset): when there is none, the pass
+// would copy the line unchanged.  X >> k at bit i tests byte i + k,
+// X << 1 tests byte i - 1.
+using Detect = uint64_t (*)(const Where &);
+constexpr Detect kDetect[] = {
+    [](const Where &w) { return w.Y | (w.H & ~((w.C | w.P | w.S) << 1)) | (w.P & w.H >> 1); },
+    [](const Where &w) { return w.G & w.A >> 1 & (w.N | w.M | w.I) >> 2; },
+    [](const Where &w) { return (w.A | w.E) & w.I >> 1 & (w.N | w.M) >> 2; },
+    [](const Where &w) {
+        return (w.E & w.A >> 1 & w.U >> 2) | ((w.E | w.A) & w.I >> 1 & (w.N | w.M) >> 2) |
+               (w.O & w.U >> 1 & w.A >> 2);
+    },
+    [](const Where &w) { return (w.A & w.I >> 1) | (w.E & (w.I | w.R | w.S | w.T) >> 1); },
+    [](const Where &w) { return ((w.A | w.E) & (w.N | w.M) >> 1) | ((w.I | w.O) & w.N >> 1); },
+    [](const Where &w) {
+        if (!w.S) return uint64_t{0};
+        const uint64_t v = w.vowels();
+        return w.S & v << 1 & v >> 1;
+    },
+    [](const Where &w) { return (w.O & (w.E | w.I | w.Y | w.U) >> 1) | ((w.E | w.A) & w.U >> 1); },
+    [](const Where &w) { return (w.C & w.H >> 1) | (w.S & (w.C | w.H | w.S) >> 1); },
+    [](const Where &w) { return w.C & (w.E | w.I) >> 1; },
+    [](const Where &w) { return w.Q | w.C | (w.G & (w.U | w.A | w.O | w.Y) >> 1); },
+};
+static_assert(std::size(kDetect) == std::size(kPasses));
+
+// run_passes for a terminated line of n < 64 bytes already in a: only the
+// passes that find a place to act run.
+char *run_located(size_t *n, Work &a, Work &b) {
+    char *in = a.b, *to = b.b;
+    Where w = locate(in, *n);
+    for (size_t p = 0; p < std::size(kPasses); ++p) {
+        if (!kDetect[p](w)) continue;
+        *n = kPasses[p].run(in, to);
+        to[*n] = '\0';
+        std::swap(in, to);
+        w = locate(in, *n);
+    }
+    return in;
+}
+
+inline bool silent_end(char c) { return c == 'T' || c == 'X'; }
+
 }  // namespace
+
+namespace udfkit::fuzzy {
+
+// No rule reads or writes across a blank (the blank is no letter and no
+// vowel), so the passes run once over the whole line; only the silent
+// ending is dropped word by word.
+size_t phonex_words(const char *words, size_t n, char *out) noexcept {
+    Work a, b;
+    const char *in;
+    if (n < 64) {
+        std::memcpy(a.b, words, n);
+        a.b[n] = '\0';
+        in = run_located(&n, a, b);
+    } else {
+        n = std::min(n, kMaxIn);
+        in = run_passes(words, &n, a, b);
+    }
+    size_t o = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (in[i] == ' ' && o > 0 && silent_end(out[o - 1])) --o;
+        out[o++] = in[i];
+    }
+    if (o > 0 && silent_end(out[o - 1])) --o;
+    return o;
+}
+
+}  // namespace udfkit::fuzzy
 
 extern "C" {
 
@@ -267,22 +409,9 @@ UDFKIT_API char *Phonex(const char *word, char *out) {
     Work a, b;
     // Words longer than the work buffer are cut: they can never match
     // anything, the distance gives up beyond 255 bytes.
-    size_t n = 0;
-    uint32_t present = 0;
-    for (; n < kMaxIn && word[n]; ++n) {
-        a.b[n] = word[n];
-        present |= letter_bit(static_cast<unsigned char>(word[n]));
-    }
-    a.b[n] = '\0';
-    char *in = a.b, *to = b.b;
-    for (const PassRule &p : kPasses) {
-        if (!may_apply(p, present)) continue;
-        n = p.run(in, to);
-        to[n] = '\0';
-        std::swap(in, to);
-        present |= p.writes;
-    }
-    if (n > 0 && (in[n - 1] == 'T' || in[n - 1] == 'X')) --n;
+    size_t n = strnlen(word, kMaxIn);
+    const char *in = run_passes(word, &n, a, b);
+    if (n > 0 && silent_end(in[n - 1])) --n;
     std::memcpy(out, in, n);
     out[n] = '\0';
     return out;
