@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sqlfunc/hostcall.hpp"
@@ -51,12 +52,14 @@ std::vector<std::string> pop_all_whole(const HostCallTable *t, int32_t nargs) {
     return texts;
 }
 
-// Occurrences of search (slen bytes) in s, left to right, never
-// overlapping.  An empty search string has none.
-size_t count_matches(const char *s, const char *search, size_t slen) {
-    if (slen == 0) return 0;
+// Occurrences of search in s, left to right, never overlapping.  An empty
+// search string has none.  (A search that starts from each hit, where
+// strstr would measure the rest of the text at every call under a
+// sanitizer.)
+size_t count_matches(std::string_view s, std::string_view search) {
+    if (search.empty()) return 0;
     size_t n = 0;
-    for (const char *hit; (hit = std::strstr(s, search)) != nullptr; s = hit + slen) ++n;
+    for (size_t at = s.find(search); at != s.npos; at = s.find(search, at + search.size())) ++n;
     return n;
 }
 
@@ -177,23 +180,24 @@ UDFKIT_API void strreplace(const HostCallTable *t, int32_t nargs, const ArgDesc 
         udfkit::pop_into(t, repl);
         udfkit::pop_into(t, search);
         PoppedText text(t);
-        const char *s = text.c_str();
-        const size_t slen = std::strlen(search), rlen = std::strlen(repl);
+        const std::string_view s = text.c_str(), find = search;
+        const size_t slen = find.size(), rlen = std::strlen(repl);
         // The result is never cut, however much the replacements make it
         // grow; its length is known before it is built.
-        const size_t hits = count_matches(s, search, slen);
-        if (!udfkit::result_fits(text.length() - hits * slen + hits * rlen)) return;
+        const size_t hits = count_matches(s, find);
+        if (!udfkit::result_fits(s.size() - hits * slen + hits * rlen)) return;
         if (hits == 0) {
-            t->PushString(s);
+            t->PushString(text.c_str());
             return;
         }
         std::string out;
-        out.reserve(text.length() - hits * slen + hits * rlen);
-        for (const char *hit; (hit = std::strstr(s, search)) != nullptr; s = hit + slen) {
-            out.append(s, static_cast<size_t>(hit - s));
+        out.reserve(s.size() - hits * slen + hits * rlen);
+        size_t from = 0;
+        for (size_t at = s.find(find); at != s.npos; from = at + slen, at = s.find(find, from)) {
+            out.append(s, from, at - from);
             out.append(repl, rlen);
         }
-        out.append(s);
+        out.append(s, from);
         t->PushString(out.c_str());
     });
 }
