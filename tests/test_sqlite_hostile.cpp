@@ -100,6 +100,14 @@ const Case kCases[] = {
 
     // Results that would outgrow what the connection accepts are refused
     // before they are built.
+    {"strreplace of 1 MB by 4 KB", "create table t(x); insert into t values (printf('%.*c', 1048576, 'a'))",
+     "select strreplace(x, 'a', printf('%.*c', 4095, 'b')) from t", "error: too big", 3000},
+    {"concat past the length limit", "",
+     "select concat(printf('%.*c', 400, 'a'), printf('%.*c', 400, 'b'), printf('%.*c', 400, 'c'))",
+     "error: too big", 0, 1000},
+    {"merge past the length limit", "",
+     "select merge(printf('%.*c', 400, 'a'), printf('%.*c', 400, 'b'), printf('%.*c', 400, 'c'))",
+     "error: too big", 0, 1000},
     {"convert growing past the length limit", "",
      "select convert(printf('%.*c', 450, 'é'), 'UTF-8', 'UTF-7')", "error: too big", 0, 1000},
 
