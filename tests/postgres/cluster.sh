@@ -8,7 +8,9 @@
 #   pgc_psql ARGS...      psql on the cluster
 #   pgc_stop              stop the server and remove everything (also run
 #                         on exit)
-# PGC_EXTRA_CONF, when set, is appended to the server's configuration.
+# PGC_EXTRA_CONF, when set, is appended to the server's configuration;
+# PGC_SERVER_ENV (NAME=value ...) goes to the server's environment only
+# (e.g. LD_PRELOAD of a sanitizer runtime for an instrumented build).
 # The server refuses to run as root: when run as root it runs as the
 # system user `udfkit` (created when missing; `nobody` if that fails).
 # The server's environment decides the library's settings: TZ (local time
@@ -96,7 +98,7 @@ max_parallel_workers_per_gather = 2
 log_min_messages = warning
 ${PGC_EXTRA_CONF:-}
 EOF
-    TZ=${TZ:-UTC} pgc_as_server "$PGC_STAGE_BIN/pg_ctl" -D "$PGC_DIR/data" -l "$PGC_DIR/server.log" \
+    TZ=${TZ:-UTC} pgc_as_server env ${PGC_SERVER_ENV:-} "$PGC_STAGE_BIN/pg_ctl" -D "$PGC_DIR/data" -l "$PGC_DIR/server.log" \
         -w -t 60 start >/dev/null || { cat "$PGC_DIR/server.log" >&2; return 1; }
     export PGHOST=$PGC_DIR/sock PGPORT PGUSER=postgres PGDATABASE=postgres PGC_DIR
 }
