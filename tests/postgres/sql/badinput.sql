@@ -77,7 +77,9 @@ begin
     return next;
   end loop;
 end $$;
-select * from exercise();
+create temp table exercised as select * from exercise();
+select count(*) > 60 as every_function_called, sum(calls) > 600 as calls from exercised;
+select fn, errors from exercised where errors is not null order by fn;
 reset udfkit.span_open;
 reset udfkit.span_close;
 reset udfkit.phonex;

@@ -12,8 +12,6 @@ where p.pronamespace = 'udfkit'::regnamespace
   and exists (select 1 from pg_proc q
               where q.pronamespace = 'pg_catalog'::regnamespace and q.proname = p.proname)
 order by 1;
--- Every function of the library answers, the aggregate included.
-select count(distinct proname) as functions from pg_proc where pronamespace = 'udfkit'::regnamespace;
 -- Way 1: schema-qualified names reach the library, plain ones PostgreSQL.
 select upper('déjà') as pg_upper, udfkit.upper('déjà') as udfkit_upper,
        lower('DÉJÀ') as pg_lower, udfkit.lower('DÉJÀ') as udfkit_lower,
