@@ -102,12 +102,22 @@ Datum numeric_or_null(FunctionCallInfo fcinfo, const Built &b, const char *fn) {
                                Int32GetDatum(-1));
 }
 
-// Runs the conversion; texts, bytes and numbers land in `b` as text, dates
-// and datetimes stay in `r`.  False for an unknown target.
-bool convert_arg(const Arg &a, const char *target, sqlhelp::CvtResult &r, Built &b) {
+// What a conversion gave, in plain data: texts, bytes and numbers land in
+// the Built text, dates and datetimes are a day or seconds here.
+struct Converted {
+    bool known = true;  // false: an unknown target
+    bool date = false, datetime = false;
+    int64_t value = 0;
+};
+
+// Runs the conversion (C++ work: the result's storage never outlives it).
+void convert_arg(const Arg &a, const char *target, Converted &out, Built &b) {
     using sqlhelp::CvtSource;
     const auto type = sqlhelp::parse_cvt_target(target);
-    if (!type) return false;
+    if (!type) {
+        out.known = false;
+        return;
+    }
     CvtSource src;
     switch (a.kind) {
     case Arg::Int: src.set_integer(a.i, CvtSource::Mark::None); break;
@@ -117,8 +127,11 @@ bool convert_arg(const Arg &a, const char *target, sqlhelp::CvtResult &r, Built 
     case Arg::Text: src.set_text(a.p); break;
     default: src.set_bytes(a.p, a.len); break;
     }
-    r = sqlhelp::convert(src, *type);
+    const sqlhelp::CvtResult r = sqlhelp::convert(src, *type);
     using K = sqlhelp::CvtResult::Kind;
+    out.date = r.kind == K::Date;
+    out.datetime = r.kind == K::Datetime;
+    out.value = r.integer;
     switch (r.kind) {
     case K::Text:
     case K::Bytes:
@@ -142,7 +155,6 @@ bool convert_arg(const Arg &a, const char *target, sqlhelp::CvtResult &r, Built 
     case K::Integer: keep(b, std::to_string(r.integer)); break;
     default: break;
     }
-    return true;
 }
 
 Datum date_text_datum(FunctionCallInfo fcinfo, int64_t day) {
@@ -282,14 +294,13 @@ Datum udfkit_pg_cvt(PG_FUNCTION_ARGS) {
     if (a.kind == Arg::Null) PG_RETURN_NULL();
     if (a.kind == Arg::Text) a.p = pnstrdup(a.p, a.len);
     Built b;
-    bool known = true;
-    CvtResult r;
-    if (!cpp([&] { known = convert_arg(a, target, r, b); })) b.failed = true;
-    if (!known)
+    Converted c;
+    if (!cpp([&] { convert_arg(a, target, c, b); })) b.failed = true;
+    if (!c.known)
         ereport(ERROR, (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
                         errmsg("cvt: unknown target type \"%s\"", target)));
-    if (r.kind == CvtResult::Kind::Date) return date_text_datum(fcinfo, r.integer);
-    if (r.kind == CvtResult::Kind::Datetime) return datetime_text_datum(fcinfo, r.integer);
+    if (c.date) return date_text_datum(fcinfo, c.value);
+    if (c.datetime) return datetime_text_datum(fcinfo, c.value);
     return text_or_null(fcinfo, b, "cvt");
 }
 

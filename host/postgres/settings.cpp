@@ -129,10 +129,14 @@ void store_settings() {
     if (std::strcmp(str(SpanOpen), str(g_span_open)) != 0) set_variable("udfkit.span_open", str(SpanOpen));
     if (std::strcmp(str(SpanClose), str(g_span_close)) != 0)
         set_variable("udfkit.span_close", str(SpanClose));
-    // The library holds these values already.
-    ap.isocode.assign(str(g_isocode));
-    ap.open.assign(str(g_span_open));
-    ap.close.assign(str(g_span_close));
+    // The library holds these values already (when memory is short, the
+    // next sync gives them to it once more).
+    try {
+        ap.isocode.assign(str(g_isocode));
+        ap.open.assign(str(g_span_open));
+        ap.close.assign(str(g_span_close));
+    } catch (...) {
+    }
 }
 
 void define_settings() noexcept {
@@ -141,9 +145,13 @@ void define_settings() noexcept {
     static char *open0 = strdup(str(SpanOpen));
     static char *close0 = strdup(str(SpanClose));
     static Applied applied;
-    applied.open = str(open0);
-    applied.close = str(close0);
-    g_applied = &applied;
+    try {
+        applied.open = str(open0);
+        applied.close = str(close0);
+        g_applied = &applied;
+    } catch (...) {
+        // No memory at load: the settings stay the library's own.
+    }
     DefineCustomIntVariable("udfkit.phonex", "Fuzzy search: 1 compares words by sound, 0 by letters.",
                             nullptr, &g_phonex, 1, INT_MIN, INT_MAX, PGC_USERSET, 0, nullptr,
                             nullptr, nullptr);
