@@ -3,6 +3,7 @@
 //   build/bench_threads --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 #include <omp.h>
+#include <pthread.h>
 
 #include <ctime>
 #include <cstdint>
@@ -123,10 +124,59 @@ void BM_OpenMPDynamic10(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
+// What the pool's rules cost against the anchor, on OpenMP's threads:
+// the job called through a pointer as the pool calls it, with OpenMP's
+// dynamic schedule, or with blocks of 10 taken from a cursor that one
+// atomic addition advances, or under a POSIX mutex as the pool must.
+enum class Cursor { kOpenMP, kFetchAdd, kMutex };
+
+template <Cursor kind>
+void BM_Floor(benchmark::State &state) {
+    set_job(state);
+    Data &d = data();
+    const int n = kItems;
+    ThreadJob volatile through = job;
+    omp_set_num_threads(static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)));
+    const double cpu0 = cpu_ns(CLOCK_PROCESS_CPUTIME_ID);
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    for (auto _ : state) {
+        void **items = d.ptrs.data();
+        ThreadJob fn = through;
+        if constexpr (kind == Cursor::kOpenMP) {
+#pragma omp parallel for schedule(dynamic, 10)
+            for (int i = 0; i < n; ++i) fn(items[i], nullptr);
+        } else {
+            alignas(64) int next = 0;
+#pragma omp parallel
+            for (;;) {
+                int start;
+                if constexpr (kind == Cursor::kFetchAdd) {
+                    start = __atomic_fetch_add(&next, 10, __ATOMIC_RELAXED);
+                } else {
+                    pthread_mutex_lock(&mutex);
+                    start = next;
+                    next += 10;
+                    pthread_mutex_unlock(&mutex);
+                }
+                if (start >= n) break;
+                for (int i = start; i < start + 10 && i < n; ++i) fn(items[i], nullptr);
+            }
+        }
+    }
+    report_cpu(state, cpu0);
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
 }  // namespace
 
 // Argument: the job's cost in nanoseconds (50 or 5000; 0 is an empty job,
 // which leaves the cost of handing the items out).
 BENCHMARK(BM_ThreadsRun)->Arg(0)->Arg(50)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OpenMPDynamic10)->Arg(0)->Arg(50)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Floor<Cursor::kOpenMP>)->Name("BM_FloorOpenMPThroughPointer")->Arg(0)->Arg(50)
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Floor<Cursor::kFetchAdd>)->Name("BM_FloorFetchAddCursor")->Arg(0)->Arg(50)
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Floor<Cursor::kMutex>)->Name("BM_FloorMutexCursor")->Arg(0)->Arg(50)
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_MAIN();
