@@ -8,6 +8,7 @@
 // (/usr/share/man/fr, package manpages-fr) with the roff markup stripped.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -268,6 +269,59 @@ void BM_LevPrepared(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(p.terms.size() * p.words.size()));
 }
 
+// Upper-case word pairs of 3 to 12 bytes from the prose: half of them
+// unrelated (two words drawn apart), half one word against a copy of it 1
+// to 3 random edits away (insertions, deletions, substitutions, the copy
+// kept to 3 to 12 bytes), in random order.
+struct WordPair {
+    std::string a, b;
+};
+const std::vector<WordPair> &edit_pairs() {
+    static const std::vector<WordPair> made = [] {
+        const std::vector<std::string> &w = pairs().words;
+        std::mt19937 rng(1234);
+        std::vector<WordPair> r;
+        while (r.size() < 40000) {
+            const std::string &a = w[rng() % w.size()];
+            if (r.size() % 2) {
+                r.push_back({a, w[rng() % w.size()]});
+                continue;
+            }
+            std::string b = a;
+            for (int e = 1 + static_cast<int>(rng() % 3); e > 0; --e) {
+                const size_t at = rng() % (b.size() + 1);
+                const char c = static_cast<char>('A' + rng() % 26);
+                const unsigned kind = rng() % 3;
+                if (kind == 0 && b.size() < 12) b.insert(at, 1, c);
+                else if (kind == 1 && b.size() > 3 && at < b.size()) b.erase(at, 1);
+                else b[at % b.size()] = c;
+            }
+            r.push_back({a, b});
+        }
+        std::shuffle(r.begin(), r.end(), rng);
+        return r;
+    }();
+    return made;
+}
+
+// The plain two-row programme without any cut-off: the whole matrix.
+int32_t two_rows_plain(const char *s1, const char *s2, int32_t) {
+    const int32_t l1 = static_cast<int32_t>(std::strlen(s1)), l2 = static_cast<int32_t>(std::strlen(s2));
+    if (l1 == 0 || l2 == 0) return l1 + l2;
+    return udfkit::fuzzy::lev_two_rows(s1, l1, s2, l2, 0, false);
+}
+
+template <int32_t (*Distance)(const char *, const char *, int32_t)>
+void BM_EditPairs(benchmark::State &state) {
+    const std::vector<WordPair> &pairs = edit_pairs();
+    const int32_t cut = static_cast<int32_t>(state.range(0));
+    int64_t sum = 0;
+    for (auto _ : state)
+        for (const WordPair &p : pairs) sum += Distance(p.a.c_str(), p.b.c_str(), cut);
+    benchmark::DoNotOptimize(sum);
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(pairs.size()));
+}
+
 }  // namespace
 
 BENCHMARK(BM_Floor)->Unit(benchmark::kMillisecond);
@@ -282,5 +336,11 @@ BENCHMARK(BM_PhonexWords)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevTwoRows)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevDistCutOff)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevPrepared)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_EditPairs<LevDistCutOff>)->Name("BM_EditPairs/LevDistCutOff")->Arg(3)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_EditPairs<two_rows>)->Name("BM_EditPairs/two_rows_cut")->Arg(3)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_EditPairs<two_rows_plain>)->Name("BM_EditPairs/two_rows_plain")->Arg(3)
+    ->Unit(benchmark::kMicrosecond);
 
 BENCHMARK_MAIN();

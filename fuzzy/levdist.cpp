@@ -29,43 +29,57 @@ constexpr int32_t kMaxLen = 255;
 
 #if defined(__SSE2__)
 // The 1 to 16 bytes of s in a register, read without going past the
-// string and, from 4 bytes on, without a branch on the length.  Bytes
-// 0..n-1 of the result are those of s; the bytes after them are whatever
-// the loads left there, which is harmless: in the bit vectors below no
-// bit depends on a higher one, and only bits 0..n-1 are read.
+// string's terminator and, from 3 bytes on, without a branch on the
+// length.  Bytes 0..n-1 of the result are those of s; the bytes after
+// them are whatever the loads left there, which is harmless: in the bit
+// vectors below no bit depends on a higher one, and only bits 0..n-1 are
+// read.
 inline __m128i load_short(const char *s, int32_t n) {
     uint64_t lo, hi;
-    if (n >= 4) {
+    if (n >= 3) {
         // Low half: s[0..4) and the 4 bytes ending at byte 8, or at the
         // end when that comes first (the two overlap on equal bytes).
         // High half: s[n-8..n) moved down to start at byte 8; below 8
-        // bytes it repeats bytes of s that then lie past byte n-1.
+        // bytes it repeats bytes of s that then lie past byte n-1.  A
+        // 3-byte string is read as its 3 bytes and the terminator.
         const int32_t d = n - 8, neg = d >> 31;  // neg: -1 below 8 bytes
-        const int32_t o1 = 4 + (d & neg), o2 = d & ~neg;
+        const int32_t t1 = 4 + (d & neg), t3 = n - 4;
+        const int32_t o1 = t1 & ~(t1 >> 31), o2 = d & ~neg, o3 = t3 & ~(t3 >> 31);
         uint32_t w0, w1, w2, w3;
         std::memcpy(&w0, s, 4);
         std::memcpy(&w1, s + o1, 4);
         std::memcpy(&w2, s + o2, 4);
-        std::memcpy(&w3, s + n - 4, 4);
+        std::memcpy(&w3, s + o3, 4);
         lo = w0 | static_cast<uint64_t>(w1) << (8 * o1);
         hi = (w2 | static_cast<uint64_t>(w3) << 32) >> ((8 * (16 - n)) & 63);
     } else {
         const uint64_t a = static_cast<unsigned char>(s[0]);
-        const uint64_t b = static_cast<unsigned char>(s[n >> 1]);
         const uint64_t c = static_cast<unsigned char>(s[n - 1]);
-        lo = a | (b << (8 * (n >> 1))) | (c << (8 * (n - 1)));
+        lo = a | (c << (8 * (n - 1)));
         hi = 0;
     }
     return _mm_set_epi64x(static_cast<int64_t>(hi), static_cast<int64_t>(lo));
 }
 
-// The distance of a (la >= 1 bytes) and the lb bytes (1 <= lb <= 16) held
-// in v, without cut-off: rows over a, bit vectors over v.  The last cell
-// is read from the last row at the end rather than followed row by row.
-inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
-    uint32_t pv = (uint32_t{1} << lb) - 1, nmv = ~uint32_t{0};  // nmv: ~mv
+// All 16 bytes c: a multiply and one shuffle, where the plain SSE2 form
+// takes two unpacks and a shuffle.
+inline __m128i repeat_byte(char c) {
+    const uint32_t four = static_cast<unsigned char>(c) * 0x01010101u;
+    return _mm_shuffle_epi32(_mm_cvtsi32_si128(static_cast<int>(four)), 0);
+}
+
+// The last row of the programme for a (la >= 1 bytes) against the lb
+// bytes (1 <= lb <= 16) held in v: rows over a, bit vectors over v.  Bit
+// j-1 of pv (of ~nmv) says that cell j of the row exceeds (is below) cell
+// j-1; bits from lb on mean nothing.
+struct LastRow {
+    uint32_t pv, nmv;
+};
+
+inline LastRow last_row(__m128i v, const char *a, int32_t la, int32_t lb) {
+    uint32_t pv = (uint32_t{1} << lb) - 1, nmv = ~uint32_t{0};
     for (int32_t i = 0; i < la; ++i) {
-        const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(a[i]))));
+        const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, repeat_byte(a[i]))));
         // The row update of run_bits, rearranged so that the chain from
         // pv to the next pv and mv is seven operations: what does not
         // depend on the sum is formed beside it.  With xv, ph, mh the
@@ -83,14 +97,65 @@ inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb
         pv = (x & (k | p2)) | (k & p2);
         nmv = (x & (q & ~nc)) ^ nc;
     }
-    // Cell lb = cell 0 (la) + the rises - the falls; both counted at once
-    // as the rises and the cells that do not fall, less lb.
-    const uint32_t low = (uint32_t{1} << lb) - 1;
-    uint32_t x = (pv & low) | ((nmv & low) << 16);
+    return {pv, nmv};
+}
+
+// Cell j (0 <= j <= 16) of a last row whose cell 0 is la: la + the rises
+// - the falls among cells 1..j, both counted at once as the rises and the
+// cells that do not fall, less j.
+inline int32_t cell(LastRow r, int32_t la, int32_t j) {
+    const uint32_t low = (uint32_t{1} << j) - 1;
+    uint32_t x = (r.pv & low) | ((r.nmv & low) << 16);
     x = x - ((x >> 1) & 0x55555555u);
     x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
     x = (x + (x >> 4)) & 0x0F0F0F0Fu;
-    return la - lb + static_cast<int32_t>((x * 0x01010101u) >> 24);
+    return la - j + static_cast<int32_t>((x * 0x01010101u) >> 24);
+}
+
+// The distance of a and b, both of 1 to 16 bytes, without cut-off; the
+// last cell is read from the last row rather than followed row by row.
+inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
+    return cell(last_row(v, a, la, lb), la, lb);
+}
+
+// Byte k of the result is 0xFF when bit k of x (k < 16) is set.
+inline __m128i bits_to_bytes(uint32_t x) {
+    const __m128i bit = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
+    __m128i t = _mm_cvtsi32_si128(static_cast<int>(x));
+    t = _mm_unpacklo_epi8(t, t);   // x0 x0 x1 x1 ...
+    t = _mm_unpacklo_epi16(t, t);  // x0 x4 times, x1 4 times
+    t = _mm_unpacklo_epi32(t, t);  // x0 8 times, x1 8 times
+    return _mm_cmpeq_epi8(_mm_and_si128(t, bit), bit);
+}
+
+// Cells 1..16 of a last row, less its cell 0: byte k is cell k + 1 - cell
+// 0 (bits from lb on make the bytes from lb on meaningless).  The changes
+// (+1 where a cell rises, -1 where it falls) summed in four doubling
+// steps.
+inline __m128i row_cells(LastRow r) {
+    __m128i s = _mm_sub_epi8(bits_to_bytes(~r.nmv), bits_to_bytes(r.pv));
+    s = _mm_add_epi8(s, _mm_slli_si128(s, 1));
+    s = _mm_add_epi8(s, _mm_slli_si128(s, 2));
+    s = _mm_add_epi8(s, _mm_slli_si128(s, 4));
+    return _mm_add_epi8(s, _mm_slli_si128(s, 8));
+}
+
+// LevDistCutOff of a and b (1 to 16 bytes each, 1 <= cut <= la, lengths
+// less than cut apart).  The least of cells 1..lb never goes down from
+// one row to the next once the row number is at least cut, and before
+// that cell 1 (at most the row number) is below cut; so some row is all
+// at or above cut exactly when the last one is.  Only the last row is
+// tested, once, without a branch.
+int32_t cut_off_in_register(const char *a, int32_t la, const char *b, int32_t lb, int32_t cut) {
+    const __m128i cells = row_cells(last_row(load_short(b, lb), a, la, lb));
+    alignas(16) int8_t byte[16];
+    _mm_store_si128(reinterpret_cast<__m128i *>(byte), cells);
+    const int32_t d = la + byte[lb - 1];
+    // (cut - la is in -15 .. 0: cut is at most la, which is at most 16)
+    const __m128i below = _mm_cmplt_epi8(cells, _mm_set1_epi8(static_cast<char>(cut - la)));
+    const uint32_t below_mask = static_cast<uint32_t>(_mm_movemask_epi8(below)) & ((uint32_t{1} << lb) - 1);
+    const int32_t fires = static_cast<int32_t>(below_mask == 0);
+    return d ^ ((d ^ kTooLarge) & -fires);
 }
 #endif
 
@@ -383,6 +448,33 @@ int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int
 
 }  // namespace udfkit::fuzzy
 
+#if defined(__SSE2__)
+namespace {
+
+// LevDistCutOff of two words of 1 to 16 bytes, lengths less than cut apart.
+__attribute__((noinline)) int32_t short_words(const char *s1, int32_t l1, const char *s2, int32_t l2,
+                                              int32_t cut) {
+    // Every cell of row i is at most its cell 1, at most i, so when cut
+    // is above l1 no row can be all at or above it and the result is the
+    // plain distance.  That one is symmetric: the shorter string drives
+    // the rows (one step each) and the longer one sits in the register,
+    // picked by selects rather than a branch the lengths would make
+    // unpredictable.
+    if (cut > l1) {
+        const uintptr_t a = reinterpret_cast<uintptr_t>(s1), b = reinterpret_cast<uintptr_t>(s2);
+        const uintptr_t swap = -static_cast<uintptr_t>(l1 >= l2);  // all ones or zero
+        const char *held = reinterpret_cast<const char *>(b ^ ((a ^ b) & swap));
+        const char *rows = reinterpret_cast<const char *>(a ^ ((a ^ b) & swap));
+        const int32_t lmask = static_cast<int32_t>(swap);
+        const int32_t lh = l2 ^ ((l1 ^ l2) & lmask), lr = l1 ^ ((l1 ^ l2) & lmask);
+        return rows_in_register(load_short(held, lh), rows, lr, lh);
+    }
+    return cut_off_in_register(s1, l1, s2, l2, cut);
+}
+
+}  // namespace
+#endif
+
 extern "C" {
 
 UDFKIT_API int32_t LevDist(const char *s1, const char *s2) {
@@ -409,22 +501,10 @@ UDFKIT_API int32_t LevDistCutOff(const char *s1, const char *s2, int32_t cut) {
     if (n1 > kMaxLen || n2 > kMaxLen) return kTooLarge;
     const int32_t l1 = static_cast<int32_t>(n1), l2 = static_cast<int32_t>(n2);
     if ((l1 > l2 ? l1 - l2 : l2 - l1) >= cut) return kTooLarge;
+    // The rows are left to functions of their own, so that the words that
+    // stop here take no more than the lengths.
 #if defined(__SSE2__)
-    // Every cell of row i is at most its cell 1, at most i, so when cut
-    // is above l1 no row can be all at or above it and the result is the
-    // plain distance.  That one is symmetric: the shorter string drives
-    // the rows (one step each) and the longer one sits in the register,
-    // picked by selects rather than a branch the lengths would make
-    // unpredictable.
-    if (cut > l1 && l1 <= 16 && l2 <= 16) {
-        const uintptr_t a = reinterpret_cast<uintptr_t>(s1), b = reinterpret_cast<uintptr_t>(s2);
-        const uintptr_t swap = -static_cast<uintptr_t>(l1 >= l2);  // all ones or zero
-        const char *held = reinterpret_cast<const char *>(b ^ ((a ^ b) & swap));
-        const char *rows = reinterpret_cast<const char *>(a ^ ((a ^ b) & swap));
-        const int32_t lmask = static_cast<int32_t>(swap);
-        const int32_t lh = l2 ^ ((l1 ^ l2) & lmask), lr = l1 ^ ((l1 ^ l2) & lmask);
-        return rows_in_register(load_short(held, lh), rows, lr, lh);
-    }
+    if (l1 <= 16 && l2 <= 16) return short_words(s1, l1, s2, l2, cut);
 #endif
     return udfkit::fuzzy::with_cut_off(s1, l1, s2, l2, cut);
 }
