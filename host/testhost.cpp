@@ -6,6 +6,7 @@
 // empty stack pops a null and is reported as an underflow.
 #include "host/testhost.hpp"
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/call_table.hpp"
 #include "sqlhelp/text.hpp"
 
 #include <algorithm>
@@ -180,20 +181,7 @@ const Value &Outcome::result() const {
 ArgDesc arg(int32_t type, int32_t size, int32_t value) { return ArgDesc{type, size, value}; }
 
 TestHost::TestHost() {
-    table_.PeekType = slot_peek_type;
-    table_.PushInt = slot_push_int;
-    table_.PushLong = slot_push_long;
-    table_.PushDateTime = slot_push_datetime;
-    table_.PushDouble = slot_push_double;
-    table_.PushString = slot_push_string;
-    table_.PopInt = slot_pop_int;
-    table_.PopLong = slot_pop_long;
-    table_.PopDouble = slot_pop_double;
-    table_.PopDate = slot_pop_date;
-    table_.PopString = slot_pop_string;
-    table_.PeekStringLength = slot_peek_string_length;
-    table_.Matches = slot_matches;
-    table_.ExecuteQuery = slot_execute_query;
+    UDFKIT_FILL_CALL_TABLE(table_);
     matcher = [](const std::string &p, const std::string &t) {
         return sqlhelp::glob_match(p.c_str(), t.c_str());
     };

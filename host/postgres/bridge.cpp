@@ -37,6 +37,7 @@ extern "C" {
 
 #include "host/postgres/pg.hpp"
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/call_table.hpp"
 #include "sqlhelp/date.hpp"
 #include "sqlhelp/text.hpp"
 
@@ -253,6 +254,9 @@ void slot_pop_int(int32_t *out) {
     drop_top();
 }
 
+// A date is its day number, popped as an integer.
+void slot_pop_date(int32_t *out) { slot_pop_int(out); }
+
 void slot_pop_long(int64_t *out) {
     const Top t = peek_top();
     *out = top_null(t) ? nulls::kLong : top_int64(t);
@@ -367,20 +371,7 @@ int32_t slot_execute_query(const char *sql) {
 
 HostCallTable make_table() {
     HostCallTable t{};
-    t.PeekType = slot_peek_type;
-    t.PushInt = slot_push_int;
-    t.PushLong = slot_push_long;
-    t.PushDateTime = slot_push_datetime;
-    t.PushDouble = slot_push_double;
-    t.PushString = slot_push_string;
-    t.PopInt = slot_pop_int;
-    t.PopLong = slot_pop_long;
-    t.PopDouble = slot_pop_double;
-    t.PopDate = slot_pop_int;
-    t.PopString = slot_pop_string;
-    t.PeekStringLength = slot_peek_string_length;
-    t.Matches = slot_matches;
-    t.ExecuteQuery = slot_execute_query;
+    UDFKIT_FILL_CALL_TABLE(t);
     return t;
 }
 const HostCallTable g_table = make_table();

@@ -31,6 +31,7 @@
 
 #include "host/sqlite/call.hpp"
 #include "runtime/null_traits.hpp"
+#include "sqlhelp/call_table.hpp"
 #include "sqlhelp/text.hpp"
 
 namespace udfkit::sqlite {
@@ -212,20 +213,7 @@ int32_t slot_execute_query(const char *sql) {
 
 HostCallTable make_table() {
     HostCallTable t{};
-    t.PeekType = slot_peek_type;
-    t.PushInt = slot_push_int;
-    t.PushLong = slot_push_long;
-    t.PushDateTime = slot_push_datetime;
-    t.PushDouble = slot_push_double;
-    t.PushString = slot_push_string;
-    t.PopInt = slot_pop_int;
-    t.PopLong = slot_pop_long;
-    t.PopDouble = slot_pop_double;
-    t.PopDate = slot_pop_date;
-    t.PopString = slot_pop_string;
-    t.PeekStringLength = slot_peek_string_length;
-    t.Matches = slot_matches;
-    t.ExecuteQuery = slot_execute_query;
+    UDFKIT_FILL_CALL_TABLE(t);
     return t;
 }
 const HostCallTable g_table = make_table();
