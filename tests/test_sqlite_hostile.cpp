@@ -6,12 +6,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <new>
-#include <random>
 #include <string>
 
-#include "sqlhelp/text.hpp"
 #include "tests/sqlite_fixture.hpp"
-#include "udfkit/sqlfunc.h"
 
 using udfkit::test::SqliteDb;
 
@@ -196,98 +193,6 @@ TEST(SqliteHostile, AllocationFailuresNeverEscape) {
         }
         EXPECT_FALSE(fired) << sql << ": still failing after 1000 allocations";
     }
-}
-
-// Random arguments for every function of the table (settings that change
-// process-wide state left out): no text that comes back is broken UTF-8,
-// whatever the functions cut, pad or convert.
-class RandomArgs {
-public:
-    explicit RandomArgs(unsigned seed) : rng_(seed) {}
-    int below(int n) { return static_cast<int>(rng_() % static_cast<unsigned>(n)); }
-
-    // Text of up to `max` bytes: UTF-8 of 1 to 4 bytes a character, or
-    // (when `raw`) any bytes at all.
-    std::string text(size_t max, bool raw) {
-        static const char *pieces[] = {"a", "Z", " ", "1", ",", "\xC3\xA9", "\xC3\x89", "\xE2\x80\xA6",
-                                       "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "#", "&", "."};
-        std::string s;
-        const size_t len = below(4) == 0 ? below(3000) : below(40);
-        while (s.size() < len && s.size() < max) {
-            if (raw)
-                s += static_cast<char>(1 + below(255));
-            else
-                s += pieces[below(sizeof pieces / sizeof pieces[0])];
-        }
-        return s;
-    }
-
-    void bind(sqlite3_stmt *st, int i) {
-        switch (below(7)) {
-        case 0: sqlite3_bind_null(st, i); break;
-        case 1: sqlite3_bind_int64(st, i, static_cast<int64_t>(rng_()) - below(3) * 1000000007LL); break;
-        case 2: sqlite3_bind_int(st, i, below(50) - 5); break;
-        case 3: sqlite3_bind_double(st, i, std::ldexp(below(2000) - 1000.5, below(2000) - 1000)); break;
-        case 4: {
-            const std::string b = text(5000, true);
-            sqlite3_bind_blob(st, i, b.data(), static_cast<int>(b.size()), SQLITE_TRANSIENT);
-            break;
-        }
-        default: {
-            const std::string t = text(5000, below(5) == 0);
-            sqlite3_bind_text(st, i, t.data(), static_cast<int>(t.size()), SQLITE_TRANSIENT);
-        }
-        }
-    }
-
-private:
-    std::mt19937 rng_;
-};
-
-struct Row {
-    const char *name;
-    int min_args, max_args, kind, state;
-};
-#define UDFKIT_ROW(name, min, max, kind, state, c1, c2) {#name, min, max, kind, state},
-constexpr Row kRows[] = {UDFKIT_ALL_SQLFUNCS(UDFKIT_ROW)};
-#undef UDFKIT_ROW
-
-std::string call_sql(const Row &row, int nargs) {
-    std::string args;
-    for (int i = 0; i < nargs; ++i) args += i ? ", ?" : "?";
-    const std::string call = std::string(row.name) + "(" + args + ")";
-    if (row.kind == UDFKIT_KIND_TWO) return "select * from " + call;
-    if (row.kind == UDFKIT_KIND_AGGREGATE)
-        return "select " + call + " from (select 1 union all select 2 union all select 3)";
-    return "select " + call;
-}
-
-TEST(SqliteHostile, RandomArgumentsGiveValidText) {
-    SqliteDb db;
-    RandomArgs random(20240611);
-    int texts = 0;
-    for (int round = 0; round < 100; ++round) {
-        for (const Row &row : kRows) {
-            if (row.state == UDFKIT_STATE_WRITES) continue;
-            const int hi = row.max_args < 0 ? row.min_args + 4 : row.max_args;
-            const int nargs = row.min_args + random.below(hi - row.min_args + 1);
-            sqlite3_stmt *st = nullptr;
-            ASSERT_EQ(sqlite3_prepare_v2(db.handle(), call_sql(row, nargs).c_str(), -1, &st, nullptr),
-                      SQLITE_OK) << call_sql(row, nargs) << sqlite3_errmsg(db.handle());
-            for (int i = 1; i <= nargs; ++i) random.bind(st, i);
-            while (sqlite3_step(st) == SQLITE_ROW) {
-                for (int c = 0; c < sqlite3_column_count(st); ++c) {
-                    if (sqlite3_column_type(st, c) != SQLITE_TEXT) continue;
-                    const auto *t = reinterpret_cast<const char *>(sqlite3_column_text(st, c));
-                    const size_t n = static_cast<size_t>(sqlite3_column_bytes(st, c));
-                    EXPECT_TRUE(udfkit::sqlhelp::utf8_valid(t, n)) << row.name << " round " << round;
-                    ++texts;
-                }
-            }
-            sqlite3_finalize(st);
-        }
-    }
-    EXPECT_GT(texts, 500);
 }
 
 }  // namespace

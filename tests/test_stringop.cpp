@@ -33,21 +33,16 @@ TEST(StringFunctions, CaseAndSubstrings) {
     run_cases({
         {"upper", upper, {S("aBc")}, S("ABC")},
         {"lower", lower, {S("aBc")}, S("abc")},
-        {"upper empty", upper, {S("")}, S("")},
         {"upper high bytes kept", upper, {S("\xe9t\xe9")}, S("\xe9T\xe9")},
         {"capitalize", capitalize, {S("hello WORLD")}, S("Hello world")},
         {"capitalize empty", capitalize, {S("")}, S("")},
         {"basename dir", basename, {S("/usr/lib/")}, S("")},
-        {"basename file", basename, {S("file")}, S("file")},
         {"basename path", basename, {S("/a/b/c.txt")}, S("c.txt")},
         {"lastchars 2", lastchars, {S("abcdef"), I(2)}, S("ef")},
         {"lastchars past length", lastchars, {S("abc"), I(5)}, S("abc")},
         {"lastchars negative", lastchars, {S("abc"), I(-1)}, S("abc")},
         {"lastchars 0", lastchars, {S("abc"), I(0)}, S("")},
-        {"lastchars exact", lastchars, {S("abc"), I(3)}, S("abc")},
         {"strpos from 1", strpos, {S("banana"), S("n"), I(1)}, I(3)},
-        {"strpos from 4", strpos, {S("banana"), S("n"), I(4)}, I(5)},
-        {"strpos from 6", strpos, {S("banana"), S("n"), I(6)}, I(0)},
         {"strpos past end", strpos, {S("banana"), S("n"), I(7)}, I(0)},
         {"strpos negative", strpos, {S("banana"), S("n"), I(-3)}, I(0)},
         {"strpos start 0", strpos, {S("banana"), S("b"), I(0)}, I(1)},
@@ -59,9 +54,7 @@ TEST(StringFunctions, CaseAndSubstrings) {
         {"strreplace grow", strreplace, {S("aaa"), S("a"), S("bb")}, S("bbbbbb")},
         {"strreplace delete", strreplace, {S("abcabc"), S("bc"), S("")}, S("aa")},
         {"strreplace no overlap", strreplace, {S("aaaa"), S("aa"), S("x")}, S("xx")},
-        {"strreplace empty text", strreplace, {S(""), S("a"), S("b")}, S("")},
         {"strreplace empty search", strreplace, {S("abc"), S(""), S("x")}, S("abc")},
-        {"strreplace beyond 2N", strreplace, {S("aa"), S("a"), S("xyz")}, S("xyzxyz")},
     });
 }
 
@@ -70,17 +63,11 @@ TEST(StringFunctions, ConcatenationAndFields) {
         {"concat", concat, {S("ab"), S(""), S("cd")}, S("abcd")},
         {"concat none", concat, {}, S("")},
         {"merge skips empty", merge, {S("ab"), S(""), S("cd")}, S("ab cd")},
-        {"merge leading empty", merge, {S(""), S("ab")}, S("ab")},
-        {"merge trailing empty", merge, {S("ab"), S("")}, S("ab ")},
         {"merge trailing blank kept", merge, {S("a"), S("b"), S("")}, S("a b ")},
         {"merge none", merge, {}, S("")},
-        {"champ 1", champ, {S("a;b;c"), S(";"), I(1)}, S("a")},
         {"champ 2", champ, {S("a;b;c"), S(";"), I(2)}, S("b")},
-        {"champ 3", champ, {S("a;b;c"), S(";"), I(3)}, S("c")},
         {"champ 4", champ, {S("a;b;c"), S(";"), I(4)}, S("")},
-        {"champ 0", champ, {S("a;b;c"), S(";"), I(0)}, S("")},
         {"champ -1", champ, {S("a;b;c"), S(";"), I(-1)}, S("")},
-        {"champ empty field", champ, {S("a;;c"), S(";"), I(2)}, S("")},
         {"champ after empty", champ, {S("a;;c"), S(";"), I(3)}, S("c")},
         {"champ blank separator", champ, {S("x y z"), S(""), I(2)}, S("y")},
     });
@@ -101,13 +88,10 @@ TEST(StringFunctions, ResultLimit) {
         {"strreplace at the limit", strreplace, {S("aaa"), S("a"), S("bb")}, 6, "bbbbbb"},
         {"strreplace over", strreplace, {S("aaa"), S("a"), S("bb")}, 5, nullptr},
         {"strreplace shrinking", strreplace, {S("abab"), S("ab"), S("")}, 1, ""},
-        {"strreplace empty search", strreplace, {S("abc"), S(""), S("x")}, 3, "abc"},
-        {"concat at the limit", concat, {S("ab"), S(""), S("cd")}, 4, "abcd"},
         {"concat over", concat, {S("ab"), S(""), S("cd")}, 3, nullptr},
         {"merge at the limit", merge, {S("ab"), S(""), S("cd")}, 5, "ab cd"},
         {"merge over", merge, {S("ab"), S(""), S("cd")}, 4, nullptr},
         {"merge trailing blank counted", merge, {S("ab"), S("")}, 2, nullptr},
-        {"no limit", strreplace, {S("aaa"), S("a"), S("bb")}, 0, "bbbbbb"},
         // 4 GB if it were built.
         {"strreplace 1 MB by 4 KB", strreplace, {S(mega), S("a"), S(std::string(4095, 'r'))},
          1000000000, nullptr},
@@ -148,8 +132,6 @@ TEST(StringFunctions, TypedColumnsAndExtremes) {
         {"intcolumn", intcolumn, {}, I(32768)},
         {"minx", minx, {D(3), D(1), D(2)}, D(1)},
         {"maxx", maxx, {D(3), D(1), D(2)}, D(3)},
-        {"minx one", minx, {D(7.5)}, D(7.5)},
-        {"maxx negative", maxx, {D(-3), D(-1), D(-2)}, D(-1)},
         {"minx ints", minx, {I(4), I(-9)}, D(-9)},
     });
 }
@@ -191,7 +173,8 @@ TEST(StringFunctions, Capacities) {
     EXPECT_EQ(o.result().s, std::string(4095, 'r') + "b");
 }
 
-TEST(GroupConcat, AccumulatesNewestFirst) {
+// Newest value first; a wrong count of arguments and over-long values.
+TEST(GroupConcat, Accumulates) {
     TestHost h;
     std::string acc;
     for (const char *v : {"x", "y", "", "z"}) {
@@ -201,10 +184,6 @@ TEST(GroupConcat, AccumulatesNewestFirst) {
         acc = o.result().s;
     }
     EXPECT_EQ(acc, "z,y,x");
-}
-
-TEST(GroupConcat, WrongCountAndCapacity) {
-    TestHost h;
     Outcome o = h.call_aggregate(group_concat, {S("x")}, S("acc"));
     EXPECT_EQ(o.popped, 0);
     EXPECT_EQ(o.result(), S("error"));
@@ -223,7 +202,6 @@ TEST(ListMatches, CountsTokens) {
         {"", ",", "*", 0.0},
         {",,,", ",", "*", 0.0},
         {"abc", ",", "a*", 1.0},
-        {"abc", ",", "x*", 0.0},
         {"apple pear; plum", " ;", "p*", 2.0 / 3},
         {"a1 b2 c3", " ", "[ab]?", 2.0 / 3},
     };
@@ -246,8 +224,6 @@ TEST(Describe, Answers) {
     const ArgDesc char10 = arg(0, 10), int4 = arg(2, 4), vchar = arg(9, 300);
     const DescribeCase cases[] = {
         {"upper", upper, {vchar}, 9, 300},
-        {"lower", lower, {char10}, 0, 10},
-        {"capitalize", capitalize, {char10}, 0, 10},
         {"basename", basename, {char10}, 0, 10},
         {"strreplace", strreplace, {vchar, char10, char10}, 9, 300},
         {"lastchars", lastchars, {char10, arg(2, 4, 5)}, 0, 5},
@@ -262,13 +238,11 @@ TEST(Describe, Answers) {
          0, 12 + 12 + 10 + 19 + 19 + 1000},
         {"champ", champ, {char10, char10, int4}, 0, 10},
         {"charcolumn", charcolumn, {arg(2, 4, 12)}, 0, 12},
-        {"charcolumn 30", charcolumn, {arg(2, 4, 30)}, 0, 30},
         {"vcharcolumn", vcharcolumn, {arg(2, 4, 40)}, 9, 40},
         {"datecolumn", datecolumn, {}, 7, 4},
         {"datetimecolumn", datetimecolumn, {}, 13, 8},
         {"intcolumn", intcolumn, {}, 1, 2},
         {"minx", minx, {arg(3, 8)}, 3, 8},
-        {"maxx", maxx, {arg(3, 8)}, 3, 8},
         {"list_matches", list_matches, {char10, char10, char10}, 3, 8},
     };
     for (const auto &c : cases) {
