@@ -57,10 +57,7 @@ TEST(SqliteBridge, ValueRules) {
     } cases[] = {
         // reals pop as plain decimal text, the shortest that reads back
         {"select concat(2.5e15)", "2500000000000000"},
-        {"select concat(0.00005)", "0.00005"},
         {"select concat(-1e-7, ' ', 0.1)", "-0.0000001 0.1"},
-        // a text popped into a smaller buffer ends on a whole character
-        {"select length(upper(printf('%.*c', 1100, 'é')))", "i:1023"},
         // a one-character pop takes a byte
         {"select valascii(char(233))", "i:-61"},
         // a character cut at an end of a result is dropped
@@ -72,7 +69,6 @@ TEST(SqliteBridge, ValueRules) {
         {"select convert(x'e9', 'ISO-8859-1', 'UTF-8')", "é"},
         // so does any other result that is not UTF-8
         {"select typeof(upper(x'61ff62'))", "blob"},
-        {"select typeof(upper('abc'))", "text"},
     };
     for (const auto &c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
 }
