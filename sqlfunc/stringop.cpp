@@ -19,12 +19,34 @@ constexpr int32_t kCaseCap = 2048;
 constexpr int32_t kCapitalizeCap = 200;
 constexpr int32_t kReplaceCap = 4096;
 
-template <int (*Map)(int)>
+// The current locale's byte case mapping, as toupper or tolower give it.
+// Where the C library exposes the table behind them, it is read once per
+// call and a byte costs a load instead of a call.
+struct CaseMap {
+    int (*map)(int);
+#if defined(__GLIBC__)
+    const int32_t **(*table)();
+#endif
+};
+#if defined(__GLIBC__)
+constexpr CaseMap kUpper{::toupper, __ctype_toupper_loc};
+constexpr CaseMap kLower{::tolower, __ctype_tolower_loc};
+#else
+constexpr CaseMap kUpper{::toupper};
+constexpr CaseMap kLower{::tolower};
+#endif
+
+template <const CaseMap &Case>
 void map_case(const HostCallTable *t) {
     char buf[kCaseCap];
     udfkit::pop_into(t, buf);
-    for (unsigned char *p = reinterpret_cast<unsigned char *>(buf); *p; ++p)
-        *p = static_cast<unsigned char>(Map(*p));
+    auto *p = reinterpret_cast<unsigned char *>(buf);
+#if defined(__GLIBC__)
+    const int32_t *table = *Case.table();  // entries -128 .. 255
+    for (; *p; ++p) *p = static_cast<unsigned char>(table[*p]);
+#else
+    for (; *p; ++p) *p = static_cast<unsigned char>(Case.map(*p));
+#endif
     t->PushString(buf);
 }
 
@@ -94,13 +116,13 @@ extern "C" {
 UDFKIT_API void upper(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                       int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
-    map_case<::toupper>(t);
+    map_case<kUpper>(t);
 }
 
 UDFKIT_API void lower(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
                       int32_t *rtype, int32_t *rsize) {
     if (udfkit::describe_arg1(t, nargs, args, rtype, rsize)) return;
-    map_case<::tolower>(t);
+    map_case<kLower>(t);
 }
 
 UDFKIT_API void capitalize(const HostCallTable *t, int32_t nargs, const ArgDesc *args,
