@@ -104,10 +104,11 @@ private:
     unsigned char *table_ = nullptr;
 };
 
-// The Phonex keys of the blank-separated words of words[0, n), each
-// followed by the blank that followed its word, into out (n bytes at
-// least); returns the length written.  Equal to the keys of the words
-// one by one while the vowel table leaves the blank out.
+// The Phonex keys of the blank-separated words of words[0, n), n <= 64,
+// each followed by the blank that followed its word, into out; returns
+// the length written.  words and out span 64 bytes each, whatever n.
+// Equal to the keys of the words one by one while the vowel table leaves
+// the blank out.
 size_t phonex_words(const char *words, size_t n, char *out) noexcept;
 
 // The number of terms in Recherche: up to the first null word.

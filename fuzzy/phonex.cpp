@@ -38,180 +38,169 @@ struct Work {
 inline bool vowel(char c) { return TabVoyelle[static_cast<unsigned char>(c)] == 1; }
 inline bool vowel_like(char c) { return TabVoyelle[static_cast<unsigned char>(c)] != 0; }
 
-// Each pass reads in (terminated) and writes out; it returns the length
-// written.  Conditions on neighbours look at in only.  Reading in[i + k]
-// for k up to 3 is safe: a match stops at the terminator, and the buffers
-// have slack behind it.
+// A pass reads in (terminated) and writes out, one step at a time: at
+// in[i], a rule that matches writes its replacement and moves past what it
+// matched; otherwise the byte is copied.  Conditions on neighbours look at
+// in only.  Reading in[i + k] for k up to 3 is safe: a match stops at the
+// terminator, and the buffers have slack behind it.
+struct Cursor {
+    const char *in;
+    char *out;
+    size_t i = 0, o = 0;
 
-size_t pass1(const char *in, char *out) {  // Y, H, PH
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i];
-        if (c == 'Y') { out[o++] = 'I'; ++i; }
-        else if (c == 'H') {
-            char p = i ? in[i - 1] : '\0';
-            if (p == 'C' || p == 'P' || p == 'S') out[o++] = 'H';
-            ++i;
-        } else if (c == 'P' && in[i + 1] == 'H') { out[o++] = 'F'; i += 2; }
-        else { out[o++] = c; ++i; }
-    }
-    return o;
+    void put(char c) { out[o++] = c; }
+    void copy() { out[o++] = in[i++]; }
+};
+
+void step1(Cursor &k) {  // Y, H, PH
+    const char *in = k.in;
+    const char c = in[k.i];
+    if (c == 'Y') { k.put('I'); ++k.i; }
+    else if (c == 'H') {
+        const char p = k.i ? in[k.i - 1] : '\0';
+        if (p == 'C' || p == 'P' || p == 'S') k.put('H');
+        ++k.i;
+    } else if (c == 'P' && in[k.i + 1] == 'H') { k.put('F'); k.i += 2; }
+    else k.copy();
 }
 
-size_t pass2(const char *in, char *out) {  // GAN GAM GAIN GAIM -> K...
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        if (in[i] == 'G' && in[i + 1] == 'A') {
-            char c2 = in[i + 2];
-            if (c2 == 'N' || c2 == 'M') {
-                out[o++] = 'K'; out[o++] = 'A'; out[o++] = c2; i += 3;
-                continue;
-            }
-            if (c2 == 'I' && (in[i + 3] == 'N' || in[i + 3] == 'M')) {
-                out[o++] = 'K'; out[o++] = 'A'; out[o++] = 'I'; out[o++] = in[i + 3]; i += 4;
-                continue;
-            }
+void step2(Cursor &k) {  // GAN GAM GAIN GAIM -> K...
+    const char *in = k.in + k.i;
+    if (in[0] == 'G' && in[1] == 'A') {
+        const char c2 = in[2];
+        if (c2 == 'N' || c2 == 'M') {
+            k.put('K'); k.put('A'); k.put(c2); k.i += 3;
+            return;
         }
-        out[o++] = in[i++];
+        if (c2 == 'I' && (in[3] == 'N' || in[3] == 'M')) {
+            k.put('K'); k.put('A'); k.put('I'); k.put(in[3]); k.i += 4;
+            return;
+        }
     }
-    return o;
+    k.copy();
 }
 
 // AIN AIM EIN EIM followed by a vowel -> YN.
-size_t pass3(const char *in, char *out) {
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i];
-        if ((c == 'A' || c == 'E') && in[i + 1] == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M') &&
-            vowel(in[i + 3])) {
-            out[o++] = 'Y'; out[o++] = 'N'; i += 3;
-        } else {
-            out[o++] = c; ++i;
-        }
+void step3(Cursor &k) {
+    const char *in = k.in + k.i;
+    if ((in[0] == 'A' || in[0] == 'E') && in[1] == 'I' && (in[2] == 'N' || in[2] == 'M') && vowel(in[3])) {
+        k.put('Y'); k.put('N'); k.i += 3;
+    } else {
+        k.copy();
     }
-    return o;
 }
 
-size_t pass4(const char *in, char *out) {  // EAU, EIN/EIM, OUA, AIN/AIM
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if (c == 'E') {
-            if (c1 == 'A' && in[i + 2] == 'U') { out[o++] = 'O'; i += 3; continue; }
-            if (c1 == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M')) { out[o++] = '4'; i += 3; continue; }
-        } else if (c == 'O') {
-            if (c1 == 'U' && in[i + 2] == 'A') { out[o++] = '2'; i += 3; continue; }
-        } else if (c == 'A') {
-            if (c1 == 'I' && (in[i + 2] == 'N' || in[i + 2] == 'M')) { out[o++] = '4'; i += 3; continue; }
-        }
-        out[o++] = c; ++i;
+void step4(Cursor &k) {  // EAU, EIN/EIM, OUA, AIN/AIM
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if (c == 'E') {
+        if (c1 == 'A' && in[2] == 'U') { k.put('O'); k.i += 3; return; }
+        if (c1 == 'I' && (in[2] == 'N' || in[2] == 'M')) { k.put('4'); k.i += 3; return; }
+    } else if (c == 'O') {
+        if (c1 == 'U' && in[2] == 'A') { k.put('2'); k.i += 3; return; }
+    } else if (c == 'A') {
+        if (c1 == 'I' && (in[2] == 'N' || in[2] == 'M')) { k.put('4'); k.i += 3; return; }
     }
-    return o;
+    k.copy();
 }
 
-size_t pass5(const char *in, char *out) {  // AI, EI, ER, ESS, ET
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if (c == 'A' && c1 == 'I') { out[o++] = 'Y'; i += 2; continue; }
-        if (c == 'E') {
-            if (c1 == 'I') { out[o++] = 'Y'; i += 2; continue; }
-            if (c1 == 'R') { out[o++] = 'Y'; out[o++] = 'R'; i += 2; continue; }
-            if (c1 == 'S' && in[i + 2] == 'S') { out[o++] = 'Y'; out[o++] = 'S'; out[o++] = 'S'; i += 3; continue; }
-            if (c1 == 'T') { out[o++] = 'Y'; out[o++] = 'T'; i += 2; continue; }
-        }
-        out[o++] = c; ++i;
+void step5(Cursor &k) {  // AI, EI, ER, ESS, ET
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if (c == 'A' && c1 == 'I') { k.put('Y'); k.i += 2; return; }
+    if (c == 'E') {
+        if (c1 == 'I') { k.put('Y'); k.i += 2; return; }
+        if (c1 == 'R') { k.put('Y'); k.put('R'); k.i += 2; return; }
+        if (c1 == 'S' && in[2] == 'S') { k.put('Y'); k.put('S'); k.put('S'); k.i += 3; return; }
+        if (c1 == 'T') { k.put('Y'); k.put('T'); k.i += 2; return; }
     }
-    return o;
+    k.copy();
 }
 
 // AN AM EN EM -> 1 and IN -> 4 when no vowel-like character follows;
 // ON -> 6 always.
-size_t pass6(const char *in, char *out) {
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if ((c == 'A' || c == 'E') && (c1 == 'N' || c1 == 'M') && !vowel_like(in[i + 2])) {
-            out[o++] = '1'; i += 2; continue;
+void step6(Cursor &k) {
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if ((c == 'A' || c == 'E') && (c1 == 'N' || c1 == 'M') && !vowel_like(in[2])) {
+        k.put('1'); k.i += 2; return;
+    }
+    if (c == 'I' && c1 == 'N' && !vowel_like(in[2])) { k.put('4'); k.i += 2; return; }
+    if (c == 'O' && c1 == 'N') { k.put('6'); k.i += 2; return; }
+    k.copy();
+}
+
+void step7(Cursor &k) {  // S between vowel-likes -> Z
+    const char *in = k.in;
+    const size_t i = k.i;
+    if (in[i] == 'S' && i > 0 && vowel_like(in[i - 1]) && vowel_like(in[i + 1])) {
+        k.put('Z'); ++k.i;
+    } else {
+        k.copy();
+    }
+}
+
+void step8(Cursor &k) {  // OE, OI/OY, OU, EU, AU
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if (c == 'O') {
+        if (c1 == 'E') { k.put('E'); k.i += 2; return; }
+        if (c1 == 'I' || c1 == 'Y') { k.put('2'); k.i += 2; return; }
+        if (c1 == 'U') { k.put('3'); k.i += 2; return; }
+    } else if (c == 'E' && c1 == 'U') { k.put('E'); k.i += 2; return; }
+    else if (c == 'A' && c1 == 'U') { k.put('O'); k.i += 2; return; }
+    k.copy();
+}
+
+void step9(Cursor &k) {  // CH, SCH, SC, SH, SS
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if (c == 'C' && c1 == 'H') { k.put('5'); k.i += 2; return; }
+    if (c == 'S') {
+        if (c1 == 'C') {
+            if (in[2] == 'H') { k.put('5'); k.i += 3; }
+            else { k.put('S'); k.i += 2; }
+            return;
         }
-        if (c == 'I' && c1 == 'N' && !vowel_like(in[i + 2])) { out[o++] = '4'; i += 2; continue; }
-        if (c == 'O' && c1 == 'N') { out[o++] = '6'; i += 2; continue; }
-        out[o++] = c; ++i;
+        if (c1 == 'H') { k.put('5'); k.i += 2; return; }
+        if (c1 == 'S') { k.put('S'); k.i += 2; return; }
     }
-    return o;
+    k.copy();
 }
 
-size_t pass7(const char *in, char *out) {  // S between vowel-likes -> Z
-    size_t o = 0;
-    for (size_t i = 0; in[i]; ++i) {
-        char c = in[i];
-        if (c == 'S' && i > 0 && vowel_like(in[i - 1]) && vowel_like(in[i + 1])) c = 'Z';
-        out[o++] = c;
+void step10(Cursor &k) {  // C before E or I -> S
+    const char *in = k.in + k.i;
+    if (in[0] == 'C' && (in[1] == 'E' || in[1] == 'I')) {
+        k.put('S'); ++k.i;
+    } else {
+        k.copy();
     }
-    return o;
 }
 
-size_t pass8(const char *in, char *out) {  // OE, OI/OY, OU, EU, AU
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if (c == 'O') {
-            if (c1 == 'E') { out[o++] = 'E'; i += 2; continue; }
-            if (c1 == 'I' || c1 == 'Y') { out[o++] = '2'; i += 2; continue; }
-            if (c1 == 'U') { out[o++] = '3'; i += 2; continue; }
-        } else if (c == 'E' && c1 == 'U') { out[o++] = 'E'; i += 2; continue; }
-        else if (c == 'A' && c1 == 'U') { out[o++] = 'O'; i += 2; continue; }
-        out[o++] = c; ++i;
+void step11(Cursor &k) {  // QU, Q, GU, GA, GO, GY, C
+    const char *in = k.in + k.i;
+    const char c = in[0], c1 = in[1];
+    if (c == 'Q') {
+        k.put('K');
+        k.i += c1 == 'U' ? 2 : 1;
+        return;
     }
-    return o;
+    if (c == 'G') {
+        if (c1 == 'U') { k.put('K'); k.i += 2; return; }
+        if (c1 == 'A' || c1 == 'O' || c1 == 'Y') { k.put('K'); k.put(c1); k.i += 2; return; }
+    }
+    if (c == 'C') { k.put('K'); ++k.i; return; }
+    k.copy();
 }
 
-size_t pass9(const char *in, char *out) {  // CH, SCH, SC, SH, SS
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if (c == 'C' && c1 == 'H') { out[o++] = '5'; i += 2; continue; }
-        if (c == 'S') {
-            if (c1 == 'C') {
-                if (in[i + 2] == 'H') { out[o++] = '5'; i += 3; }
-                else { out[o++] = 'S'; i += 2; }
-                continue;
-            }
-            if (c1 == 'H') { out[o++] = '5'; i += 2; continue; }
-            if (c1 == 'S') { out[o++] = 'S'; i += 2; continue; }
-        }
-        out[o++] = c; ++i;
-    }
-    return o;
-}
+using Step = void (*)(Cursor &);
 
-size_t pass10(const char *in, char *out) {  // C before E or I -> S
-    size_t o = 0;
-    for (size_t i = 0; in[i]; ++i) {
-        char c = in[i];
-        if (c == 'C' && (in[i + 1] == 'E' || in[i + 1] == 'I')) c = 'S';
-        out[o++] = c;
-    }
-    return o;
-}
-
-size_t pass11(const char *in, char *out) {  // QU, Q, GU, GA, GO, GY, C
-    size_t o = 0;
-    for (size_t i = 0; in[i];) {
-        char c = in[i], c1 = in[i + 1];
-        if (c == 'Q') {
-            out[o++] = 'K';
-            i += c1 == 'U' ? 2 : 1;
-            continue;
-        }
-        if (c == 'G') {
-            if (c1 == 'U') { out[o++] = 'K'; i += 2; continue; }
-            if (c1 == 'A' || c1 == 'O' || c1 == 'Y') { out[o++] = 'K'; out[o++] = c1; i += 2; continue; }
-        }
-        if (c == 'C') { out[o++] = 'K'; ++i; continue; }
-        out[o++] = c; ++i;
-    }
-    return o;
+// A pass over the whole of in; returns the length written.
+template <Step S>
+size_t pass(const char *in, char *out) {
+    Cursor k{in, out};
+    while (in[k.i]) S(k);
+    return k.o;
 }
 
 using Pass = size_t (*)(const char *, char *);
@@ -229,22 +218,23 @@ constexpr uint32_t L(const char *letters) {
 
 struct PassRule {
     Pass run;
+    Step step;
     uint32_t needs[6];  // the pass may apply if any of these is present whole
     uint32_t writes;    // letters the pass may write
 };
 
 constexpr PassRule kPasses[] = {
-    {pass1, {L("Y"), L("H")}, L("IF")},
-    {pass2, {L("GAN"), L("GAM")}, L("K")},
-    {pass3, {L("AIN"), L("AIM"), L("EIN"), L("EIM")}, L("YN")},
-    {pass4, {L("EAU"), L("EIN"), L("EIM"), L("OUA"), L("AIN"), L("AIM")}, L("O")},
-    {pass5, {L("AI"), L("EI"), L("ER"), L("ES"), L("ET")}, L("Y")},
-    {pass6, {L("AN"), L("AM"), L("EN"), L("EM"), L("IN"), L("ON")}, 0},
-    {pass7, {L("S")}, L("Z")},
-    {pass8, {L("OE"), L("OI"), L("OY"), L("OU"), L("EU"), L("AU")}, L("EO")},
-    {pass9, {L("CH"), L("S")}, L("S")},
-    {pass10, {L("CE"), L("CI")}, L("S")},
-    {pass11, {L("Q"), L("GU"), L("GA"), L("GO"), L("GY"), L("C")}, L("K")},
+    {pass<step1>, step1, {L("Y"), L("H")}, L("IF")},
+    {pass<step2>, step2, {L("GAN"), L("GAM")}, L("K")},
+    {pass<step3>, step3, {L("AIN"), L("AIM"), L("EIN"), L("EIM")}, L("YN")},
+    {pass<step4>, step4, {L("EAU"), L("EIN"), L("EIM"), L("OUA"), L("AIN"), L("AIM")}, L("O")},
+    {pass<step5>, step5, {L("AI"), L("EI"), L("ER"), L("ES"), L("ET")}, L("Y")},
+    {pass<step6>, step6, {L("AN"), L("AM"), L("EN"), L("EM"), L("IN"), L("ON")}, 0},
+    {pass<step7>, step7, {L("S")}, L("Z")},
+    {pass<step8>, step8, {L("OE"), L("OI"), L("OY"), L("OU"), L("EU"), L("AU")}, L("EO")},
+    {pass<step9>, step9, {L("CH"), L("S")}, L("S")},
+    {pass<step10>, step10, {L("CE"), L("CI")}, L("S")},
+    {pass<step11>, step11, {L("Q"), L("GU"), L("GA"), L("GO"), L("GY"), L("C")}, L("K")},
 };
 
 inline bool may_apply(const PassRule &p, uint32_t present) {
@@ -295,31 +285,58 @@ struct Where {
 };
 
 #if defined(__SSE2__)
-// The line is read 16 bytes at a time; the Work buffer holds 64 at least,
-// and bits from n on are cleared.
-Where locate(const char *s, size_t n) {
-    const size_t chunks = n / 16 + 1;
-    __m128i v[4];
-    for (size_t k = 0; k < chunks; ++k) v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16 * k));
-    const uint64_t valid = (uint64_t{1} << n) - 1;
-    auto at = [&](char c) {
+// The line in Chunks registers of 16 bytes (the Work buffer holds 64 and
+// more); bits from n on are cleared.
+template <int Chunks>
+struct Bytes {
+    __m128i v[Chunks];
+    uint64_t valid;
+    Bytes(const char *s, size_t n) : valid((uint64_t{1} << n) - 1) {
+        for (int k = 0; k < Chunks; ++k) v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16 * k));
+    }
+    uint64_t at(char c) const {
         const __m128i cv = _mm_set1_epi8(c);
         uint64_t m = 0;
-        for (size_t k = 0; k < chunks; ++k)
+#pragma GCC unroll 4
+        for (int k = 0; k < Chunks; ++k)
             m |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v[k], cv))))
                  << (16 * k);
         return m & valid;
-    };
+    }
+};
 #else
-Where locate(const char *s, size_t n) {
-    auto at = [s, n](char c) {
+template <int Chunks>
+struct Bytes {
+    const char *s;
+    size_t n;
+    uint64_t at(char c) const {
         uint64_t m = 0;
         for (size_t i = 0; i < n; ++i) m |= static_cast<uint64_t>(s[i] == c) << i;
         return m;
-    };
+    }
+};
 #endif
-    return {at('A'), at('C'), at('E'), at('G'), at('H'), at('I'), at('M'), at('N'), at('O'),
-            at('P'), at('Q'), at('R'), at('S'), at('T'), at('U'), at('Y'), s, n};
+
+template <int Chunks>
+Where locate_in(const char *s, size_t n) {
+    const Bytes<Chunks> b{s, n};
+    return {b.at('A'), b.at('C'), b.at('E'), b.at('G'), b.at('H'), b.at('I'), b.at('M'), b.at('N'), b.at('O'),
+            b.at('P'), b.at('Q'), b.at('R'), b.at('S'), b.at('T'), b.at('U'), b.at('Y'), s, n};
+}
+
+Where locate(const char *s, size_t n) {
+    return n < 16 ? locate_in<1>(s, n) : n < 32 ? locate_in<2>(s, n) : locate_in<4>(s, n);
+}
+
+// Copies n bytes, 16 at a time when the buffers have the slack.
+inline void copy_run(char *to, const char *from, size_t n) {
+#if defined(__SSE2__)
+    for (size_t k = 0; k < n; k += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(to + k),
+                         _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)));
+#else
+    std::memcpy(to, from, n);
+#endif
 }
 
 // For each pass, the places where one of its rules may fire (ignoring
@@ -349,18 +366,46 @@ constexpr Detect kDetect[] = {
 };
 static_assert(std::size(kDetect) == std::size(kPasses));
 
+// One pass over a line of n < 64 bytes (in Work buffers), stepping only
+// at the places it may act (bits of at) and copying the runs between
+// them: up to the first place every byte is copied, as the whole pass
+// would, and a place the step before moved past is skipped, as it would.
+size_t pass_at(Step step, const char *in, size_t n, uint64_t at, char *out) {
+    Cursor k{in, out};
+    while (at) {
+        const auto p = static_cast<size_t>(__builtin_ctzll(at));
+        copy_run(out + k.o, in + k.i, p - k.i);
+        k.o += p - k.i;
+        k.i = p;
+        step(k);
+        at &= ~((uint64_t{1} << k.i) - 1);  // k.i <= n < 64
+    }
+    copy_run(out + k.o, in + k.i, n - k.i);
+    return k.o + n - k.i;
+}
+
+// Pass P onward over the line in *in (the other buffer in *to), each
+// only where it may act; the passes are unrolled so that each test has a
+// branch of its own.
+template <size_t P>
+void located_from(char *&in, char *&to, size_t &n, const Where &w) {
+    if constexpr (P < std::size(kPasses)) {
+        if (const uint64_t at = kDetect[P](w)) {
+            n = pass_at(kPasses[P].step, in, n, at, to);
+            to[n] = '\0';
+            std::swap(in, to);
+            located_from<P + 1>(in, to, n, locate(in, n));
+        } else {
+            located_from<P + 1>(in, to, n, w);
+        }
+    }
+}
+
 // run_passes for a terminated line of n < 64 bytes already in a: only the
-// passes that find a place to act run.
+// passes that find a place to act run, and only there.
 char *run_located(size_t *n, Work &a, Work &b) {
     char *in = a.b, *to = b.b;
-    Where w = locate(in, *n);
-    for (size_t p = 0; p < std::size(kPasses); ++p) {
-        if (!kDetect[p](w)) continue;
-        *n = kPasses[p].run(in, to);
-        to[*n] = '\0';
-        std::swap(in, to);
-        w = locate(in, *n);
-    }
+    located_from<0>(in, to, *n, locate(in, *n));
     return in;
 }
 
@@ -375,22 +420,37 @@ namespace udfkit::fuzzy {
 // ending is dropped word by word.
 size_t phonex_words(const char *words, size_t n, char *out) noexcept {
     Work a, b;
-    const char *in;
-    if (n < 64) {
-        std::memcpy(a.b, words, n);
-        a.b[n] = '\0';
-        in = run_located(&n, a, b);
-    } else {
+    if (n >= 64) {  // a line that long takes the word's way
         n = std::min(n, kMaxIn);
-        in = run_passes(words, &n, a, b);
+        const char *in = run_passes(words, &n, a, b);
+        size_t o = 0;
+        for (size_t i = 0; i < n && o < 64; ++i) {
+            if (in[i] == ' ' && o > 0 && silent_end(out[o - 1])) --o;
+            out[o++] = in[i];
+        }
+        if (o > 0 && silent_end(out[o - 1])) --o;
+        return o;
     }
-    size_t o = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if (in[i] == ' ' && o > 0 && silent_end(out[o - 1])) --o;
-        out[o++] = in[i];
+    copy_run(a.b, words, 64);
+    a.b[n] = '\0';
+    const char *in = run_located(&n, a, b);
+    char *to = in == a.b ? b.b : a.b;
+    // The silent endings: a T or X before a blank or at the end.
+    uint64_t silent = 0;
+    if (n > 0) {
+        const Bytes<4> l{in, n};
+        silent = (l.at('T') | l.at('X')) & (l.at(' ') >> 1 | uint64_t{1} << (n - 1));
     }
-    if (o > 0 && silent_end(out[o - 1])) --o;
-    return o;
+    size_t o = 0, i = 0;
+    for (; silent; silent &= silent - 1) {
+        const auto p = static_cast<size_t>(__builtin_ctzll(silent));
+        copy_run(to + o, in + i, p - i);
+        o += p - i;
+        i = p + 1;
+    }
+    copy_run(to + o, in + i, n - i);
+    copy_run(out, to, 64);
+    return o + n - i;
 }
 
 }  // namespace udfkit::fuzzy
