@@ -52,7 +52,7 @@ struct Cursor {
     void copy() { out[o++] = in[i++]; }
 };
 
-void step1(Cursor &k) {  // Y, H, PH
+inline __attribute__((always_inline)) void step1(Cursor &k) {  // Y, H, PH
     const char *in = k.in;
     const char c = in[k.i];
     if (c == 'Y') { k.put('I'); ++k.i; }
@@ -64,7 +64,7 @@ void step1(Cursor &k) {  // Y, H, PH
     else k.copy();
 }
 
-void step2(Cursor &k) {  // GAN GAM GAIN GAIM -> K...
+inline __attribute__((always_inline)) void step2(Cursor &k) {  // GAN GAM GAIN GAIM -> K...
     const char *in = k.in + k.i;
     if (in[0] == 'G' && in[1] == 'A') {
         const char c2 = in[2];
@@ -81,7 +81,7 @@ void step2(Cursor &k) {  // GAN GAM GAIN GAIM -> K...
 }
 
 // AIN AIM EIN EIM followed by a vowel -> YN.
-void step3(Cursor &k) {
+inline __attribute__((always_inline)) void step3(Cursor &k) {
     const char *in = k.in + k.i;
     if ((in[0] == 'A' || in[0] == 'E') && in[1] == 'I' && (in[2] == 'N' || in[2] == 'M') && vowel(in[3])) {
         k.put('Y'); k.put('N'); k.i += 3;
@@ -90,7 +90,7 @@ void step3(Cursor &k) {
     }
 }
 
-void step4(Cursor &k) {  // EAU, EIN/EIM, OUA, AIN/AIM
+inline __attribute__((always_inline)) void step4(Cursor &k) {  // EAU, EIN/EIM, OUA, AIN/AIM
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if (c == 'E') {
@@ -104,7 +104,7 @@ void step4(Cursor &k) {  // EAU, EIN/EIM, OUA, AIN/AIM
     k.copy();
 }
 
-void step5(Cursor &k) {  // AI, EI, ER, ESS, ET
+inline __attribute__((always_inline)) void step5(Cursor &k) {  // AI, EI, ER, ESS, ET
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if (c == 'A' && c1 == 'I') { k.put('Y'); k.i += 2; return; }
@@ -119,7 +119,7 @@ void step5(Cursor &k) {  // AI, EI, ER, ESS, ET
 
 // AN AM EN EM -> 1 and IN -> 4 when no vowel-like character follows;
 // ON -> 6 always.
-void step6(Cursor &k) {
+inline __attribute__((always_inline)) void step6(Cursor &k) {
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if ((c == 'A' || c == 'E') && (c1 == 'N' || c1 == 'M') && !vowel_like(in[2])) {
@@ -130,7 +130,7 @@ void step6(Cursor &k) {
     k.copy();
 }
 
-void step7(Cursor &k) {  // S between vowel-likes -> Z
+inline __attribute__((always_inline)) void step7(Cursor &k) {  // S between vowel-likes -> Z
     const char *in = k.in;
     const size_t i = k.i;
     if (in[i] == 'S' && i > 0 && vowel_like(in[i - 1]) && vowel_like(in[i + 1])) {
@@ -140,7 +140,7 @@ void step7(Cursor &k) {  // S between vowel-likes -> Z
     }
 }
 
-void step8(Cursor &k) {  // OE, OI/OY, OU, EU, AU
+inline __attribute__((always_inline)) void step8(Cursor &k) {  // OE, OI/OY, OU, EU, AU
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if (c == 'O') {
@@ -152,7 +152,7 @@ void step8(Cursor &k) {  // OE, OI/OY, OU, EU, AU
     k.copy();
 }
 
-void step9(Cursor &k) {  // CH, SCH, SC, SH, SS
+inline __attribute__((always_inline)) void step9(Cursor &k) {  // CH, SCH, SC, SH, SS
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if (c == 'C' && c1 == 'H') { k.put('5'); k.i += 2; return; }
@@ -168,7 +168,7 @@ void step9(Cursor &k) {  // CH, SCH, SC, SH, SS
     k.copy();
 }
 
-void step10(Cursor &k) {  // C before E or I -> S
+inline __attribute__((always_inline)) void step10(Cursor &k) {  // C before E or I -> S
     const char *in = k.in + k.i;
     if (in[0] == 'C' && (in[1] == 'E' || in[1] == 'I')) {
         k.put('S'); ++k.i;
@@ -177,7 +177,7 @@ void step10(Cursor &k) {  // C before E or I -> S
     }
 }
 
-void step11(Cursor &k) {  // QU, Q, GU, GA, GO, GY, C
+inline __attribute__((always_inline)) void step11(Cursor &k) {  // QU, Q, GU, GA, GO, GY, C
     const char *in = k.in + k.i;
     const char c = in[0], c1 = in[1];
     if (c == 'Q') {

@@ -98,7 +98,10 @@ struct Folding {
 };
 
 // Writes the standard line: a blank falls due at the end of a word or
-// part and is written before the next byte, when both fit.
+// part and is written before the next byte, when both fit.  Fits: the
+// text is no longer than a line, so neither can overflow (each byte and
+// blank written comes from a byte of the text).
+template <bool Fits = false>
 class Spelling {
 public:
     Spelling(Name &n, bool starts) : n_(n), starts_(starts) {}
@@ -116,7 +119,7 @@ public:
 private:
     void put(char c) {
         Line &l = n_.spelling;
-        if (l.n + gap_ >= kLineMax) {
+        if (!Fits && l.n + gap_ >= kLineMax) {
             full_ = true;
             return;
         }
@@ -132,12 +135,13 @@ private:
 };
 
 // Writes the raw line: the words as written, one blank between them.
+template <bool Fits = false>
 class Raw {
 public:
     explicit Raw(Line &l) : l_(l) {}
     void word() { gap_ = l_.n > 0; }
     void put(char c) {
-        if (l_.n + gap_ >= kLineMax) return;
+        if (!Fits && l_.n + gap_ >= kLineMax) return;
         if (gap_) l_.s[l_.n++] = ' ';
         gap_ = false;
         l_.s[l_.n++] = c;
@@ -151,8 +155,8 @@ private:
 // Reads a name word by word, each word's standard spelling made by
 // make_std (the character sets converted through iconv).
 void read_words(Name &n, const Folding &f, const unsigned char *s, size_t len, bool starts) {
-    Spelling sp(n, starts);
-    Raw raw(n.raw);
+    Spelling<> sp(n, starts);
+    Raw<> raw(n.raw);
     for (size_t i = 0; i < len && !sp.full();) {
         if (!kBytes.word[s[i]]) {
             ++i;
@@ -181,11 +185,10 @@ void read_words(Name &n, const Folding &f, const unsigned char *s, size_t len, b
 // letters, digits and bytes from 0x80 on, hyphens and apostrophes between
 // two of them included; its standard spelling is make_std's for UTF-8 and
 // ISO-8859-1 text.
-void read_name(Name &n, const Folding &f, const char *text, size_t len, bool starts) {
-    const auto *s = reinterpret_cast<const unsigned char *>(text);
-    if (f.mode == StdMode::Translit) return read_words(n, f, s, len, starts);
-    Spelling sp(n, starts);
-    Raw raw(n.raw);
+template <bool Fits>
+void read_bytes(Name &n, const Folding &f, const unsigned char *s, size_t len, bool starts) {
+    Spelling<Fits> sp(n, starts);
+    Raw<Fits> raw(n.raw);
     bool in_word = false;
     for (size_t i = 0; i < len; ++i) {
         const unsigned char c = s[i];
@@ -216,6 +219,13 @@ void read_name(Name &n, const Folding &f, const char *text, size_t len, bool sta
             sp.byte(udfkit::fuzzy::kUtf8Fold.letter[s[i]]);
         }
     }
+}
+
+void read_name(Name &n, const Folding &f, const char *text, size_t len, bool starts) {
+    const auto *s = reinterpret_cast<const unsigned char *>(text);
+    if (f.mode == StdMode::Translit) read_words(n, f, s, len, starts);
+    else if (len <= kLineMax) read_bytes<true>(n, f, s, len, starts);
+    else read_bytes<false>(n, f, s, len, starts);
 }
 
 void add_keys(Name &n) {
