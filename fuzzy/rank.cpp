@@ -66,14 +66,11 @@ struct ByteClass {
 };
 constexpr ByteClass kBytes;
 
-// A hyphen or apostrophe (ASCII, or U+2019) joining two word bytes: its
-// length in bytes, else 0.
-size_t joiner(const unsigned char *s, size_t i, size_t len) {
-    size_t n = 0;
-    if (s[i] == '-' || s[i] == '\'') n = 1;
-    else if (i + 2 < len && s[i] == 0xE2 && s[i + 1] == 0x80 && s[i + 2] == 0x99) n = 3;
-    if (n == 0 || i == 0 || i + n >= len) return 0;
-    return kBytes.word[s[i - 1]] && kBytes.word[s[i + n]] ? n : 0;
+// A hyphen or apostrophe between two word bytes joins them into one word.
+// (A typographic apostrophe needs no rule: its bytes are word bytes.)
+bool joins(const unsigned char *s, size_t i, size_t len) {
+    return (s[i] == '-' || s[i] == '\'') && i > 0 && i + 1 < len && kBytes.word[s[i - 1]] &&
+           kBytes.word[s[i + 1]];
 }
 
 // A line of at most kLineMax bytes; the bytes after it are zero.
@@ -164,8 +161,7 @@ void read_words(Name &n, const Folding &f, const unsigned char *s, size_t len, b
         }
         size_t j = i + 1;
         while (j < len) {
-            if (kBytes.word[s[j]]) ++j;
-            else if (size_t k = joiner(s, j, len)) j += k;
+            if (kBytes.word[s[j]] || joins(s, j, len)) ++j;
             else break;
         }
         char out[udfkit::fuzzy::kStdSize];
@@ -193,8 +189,7 @@ void read_bytes(Name &n, const Folding &f, const unsigned char *s, size_t len, b
     for (size_t i = 0; i < len; ++i) {
         const unsigned char c = s[i];
         if (!kBytes.word[c]) {
-            const bool joins = (c == '-' || c == '\'') && in_word && i + 1 < len && kBytes.word[s[i + 1]];
-            if (joins) {
+            if (joins(s, i, len)) {
                 raw.put(static_cast<char>(c));
                 if (c == '-') sp.gap();
             } else if (in_word) {

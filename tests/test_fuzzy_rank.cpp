@@ -61,6 +61,22 @@ TEST(FuzzyRank, PlainWordsInTheArgumentsCharacterSet) {
     EXPECT_GT(rank(S("noel"), S("Jean No\xEBl"), "ISO-8859-1"), rank(S("noel"), S("Jean No\xEBl")));
 }
 
+// The query read for one row is kept for the next: a query that starts like
+// the one before, or the same bytes in another character set, is read anew.
+TEST(FuzzyRank, AScoreDoesNotDependOnTheQueryBefore) {
+    struct Call { const char *query, *charset; } calls[] = {
+        {"jean", nullptr}, {"jean no\xEBl", nullptr}, {"jean", nullptr}, {"jean noel", "ISO-8859-1"},
+        {"jean noel", nullptr}, {"jean no", nullptr}, {"", nullptr}, {"jean", "ISO-8859-1"},
+    };
+    const char *text = "Jean No\xEBl";  // NOEL in ISO-8859-1, NOL in UTF-8
+    std::vector<double> first;
+    for (const auto &c : calls) first.push_back(rank(S(c.query), S(text), c.charset));
+    for (size_t i = std::size(calls); i-- > 0;)
+        EXPECT_DOUBLE_EQ(rank(S(calls[i].query), S(text), calls[i].charset), first[i]) << calls[i].query;
+    EXPECT_LT(first[0], first[1]);
+    EXPECT_GT(first[3], first[4]);
+}
+
 TEST(FuzzyRank, BadInputGivesAScore) {
     const std::string mb(1 << 20, 'a');
     std::string words;
