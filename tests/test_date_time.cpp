@@ -98,18 +98,12 @@ TEST_F(DateTest, DaylightSavingChanges) {
             const DateTime midnight = date2GMT(GMT2date(t));
             EXPECT_GE(t - midnight, 3600) << c.tz << " " << text;
             EXPECT_LE(t - midnight, 4 * 3600) << c.tz << " " << text;
-        }
-        // Every quarter hour across both change days.
-        const DateTime spring = date2GMT(char2date(std::string(c.gap, 10).c_str()));
-        const DateTime autumn = date2GMT(char2date(std::string(c.fold, 10).c_str()));
-        for (DateTime base : {spring, autumn}) {
-            for (DateTime t = base - 3600; t < base + 30 * 3600; t += 900) {
-                const std::string text = gmt_text(t);
-                ASSERT_EQ(text.size(), 19u) << c.tz << " " << t;
-                const DateTime back = Char2GMT(text.c_str());
-                EXPECT_EQ(gmt_text(back), text) << c.tz;
-                EXPECT_LE(std::llabs(back - t), 3600) << c.tz << " " << text;
-                EXPECT_EQ(GMT2date(t), char2date(text.substr(0, 10).c_str())) << c.tz;
+            // Every quarter hour across the change day.
+            for (DateTime q = midnight - 3600; q < midnight + 30 * 3600; q += 900) {
+                const std::string printed = gmt_text(q);
+                const DateTime back = Char2GMT(printed.c_str());
+                EXPECT_EQ(gmt_text(back), printed) << c.tz;
+                EXPECT_LE(std::llabs(back - q), 3600) << c.tz << " " << printed;
             }
         }
     }
@@ -235,9 +229,8 @@ TEST(StrFTime, LengthsAndFailures) {
     // A counting call counts the declared widths, even of fields that would
     // fail a writing call.
     const struct { int year, mday; const char *format; int32_t counted; } counts[] = {
-        {10000, 25, "%Y", 4}, {10000, 25, "%Y-%m", 7}, {123456, 25, "%C", 2},
-        {2020, -5, "%d", 2},  {-1, 25, "%Y", 4},       {-1, 25, "%y", 2},
-        {2020, -5, "%e", 2},  {2020, 25, "%d/%m/%Y", 10},
+        {10000, 25, "%Y-%m", 7}, {123456, 25, "%C", 2}, {2020, -5, "%d", 2},
+        {-1, 25, "%Y", 4},      {-1, 25, "%y", 2},     {2020, -5, "%e", 2},
     };
     for (const auto &c : counts) {
         odd = xmas;
