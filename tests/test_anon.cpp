@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <set>
 #include <string>
 #include <vector>
@@ -30,31 +31,23 @@ struct Lcg48 {
     }
 };
 
-// Points UDFKIT_DICT_DIR at a folder (a fresh empty one by default) for
-// the life of the object.
-class DictDir {
-public:
-    explicit DictDir(std::string dir = "") : dir_(std::move(dir)) {
-        if (dir_.empty()) {
-            char tmpl[] = "/tmp/udfkit-dict-XXXXXX";
-            dir_ = mkdtemp(tmpl) ? tmpl : "/nonexistent";
-            owned_ = true;
-        }
-        if (const char *old = getenv("UDFKIT_DICT_DIR")) old_ = old;
-        setenv("UDFKIT_DICT_DIR", dir_.c_str(), 1);
+// A fresh empty folder in UDFKIT_DICT_DIR for the life of the object.
+struct DictDir {
+    std::string dir, old;
+    DictDir() {
+        char tmpl[] = "/tmp/udfkit-dict-XXXXXX";
+        dir = mkdtemp(tmpl) ? tmpl : "/nonexistent";
+        if (const char *o = getenv("UDFKIT_DICT_DIR")) old = o;
+        setenv("UDFKIT_DICT_DIR", dir.c_str(), 1);
     }
     ~DictDir() {
-        setenv("UDFKIT_DICT_DIR", old_.c_str(), 1);
+        setenv("UDFKIT_DICT_DIR", old.c_str(), 1);
         std::error_code ec;
-        if (owned_) std::filesystem::remove_all(dir_, ec);
+        std::filesystem::remove_all(dir, ec);
     }
     void write(const char *file, const std::string &content) const {
-        std::ofstream(dir_ + "/" + file, std::ios::binary) << content;
+        std::ofstream(dir + "/" + file, std::ios::binary) << content;
     }
-
-private:
-    std::string dir_, old_;
-    bool owned_ = false;
 };
 
 const char kMasc[] = "dict.prenom.masculin.txt";
@@ -63,17 +56,11 @@ const char kNom[] = "dict.nom.txt";
 
 // 60 lines of 8 bytes: prefix, 3 digits, "|ab\n".
 std::vector<std::string> fixed_lines(char prefix) {
-    std::vector<std::string> lines(60, std::string(16, '\0'));
-    for (int i = 0; i < 60; ++i)
-        lines[i].resize(size_t(std::snprintf(&lines[i][0], 16, "%c%03d|ab\n", prefix, i)));
+    std::vector<std::string> lines;
+    for (int i = 0; i < 60; ++i) lines.push_back(prefix + std::to_string(1000 + i).substr(1) + "|ab\n");
     return lines;
 }
-
-std::string join(const std::vector<std::string> &lines) {
-    std::string s;
-    for (const auto &l : lines) s += l;
-    return s;
-}
+std::string join(const std::vector<std::string> &l) { return std::accumulate(l.begin(), l.end(), std::string()); }
 
 // The name the first draw of seed picks from a file of 8-byte lines: the
 // line after the one the random position falls in.
@@ -199,16 +186,13 @@ TEST(Anonymize, PickFollowsTheGenerator) {
 // truncated position is 0 (a draw below 1 / (100 - size)): then its second
 // line is picked.
 TEST(Anonymize, AwkwardDictionaries) {
-    std::string binary, long_lines, crlf;
-    for (uint32_t i = 0, x = 1; i < 5000; ++i) binary += char((x = x * 1103515245u + 12345u) >> 16);
+    std::string long_lines, crlf;  // arbitrary bytes: the anon fuzz target
     for (int i = 0; i < 20; ++i) long_lines += "L" + std::string(297, char('a' + i)) + "|\n";
     for (int i = 0; i < 40; ++i) crlf += "Nom" + std::to_string(100 + i) + "\r\n";
     const struct { std::string content; bool short_file; const char *at_position_0; } cases[] = {
         {"", true, nullptr},
         {"Alpha|\nBeta|\nGamma|\nDelta|\n", true, "Beta"},
         {std::string(98, 'x') + "\n", true, nullptr},
-        {std::string(5000, 'y'), false, nullptr},
-        {binary, false, nullptr},
         {long_lines, false, nullptr},
         {crlf, false, nullptr},
     };
@@ -231,7 +215,7 @@ TEST(Anonymize, AwkwardDictionaries) {
 // their names.
 TEST(Anonymize, ShippedDictionaries) {
     const std::string dir = UDFKIT_SOURCE_DIR "/data";
-    DictDir env(dir);
+    setenv("UDFKIT_DICT_DIR", dir.c_str(), 1);
     for (const char *file : {kMasc, kFem, kNom}) {
         std::ifstream in(dir + "/" + file, std::ios::binary);
         std::set<std::string> names;
