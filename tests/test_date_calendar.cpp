@@ -39,10 +39,8 @@ TEST(Calendar, AgreesWithProlepticGregorianOverTwoMillionDays) {
         const int y = static_cast<int>(ref.year()), m = static_cast<unsigned>(ref.month()),
                   d = static_cast<unsigned>(ref.day());
         const auto got = udfkit::date::split(n);
-        if (got.year != y || got.month != m || got.day != d) {
-            FAIL() << n << ": " << got.year << "-" << got.month << "-" << got.day << " want " << y
-                   << "-" << m << "-" << d;
-        }
+        ASSERT_TRUE(got.year == y && got.month == m && got.day == d)
+            << n << ": " << got.year << "-" << got.month << "-" << got.day << " want " << y << "-" << m << "-" << d;
         ASSERT_EQ(dmy2days(d, m, y), n);
         ASSERT_EQ(weekdaydate(n), static_cast<int>(chr::weekday{chr::sys_days{ref}}.c_encoding())) << n;
     }
