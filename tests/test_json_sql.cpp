@@ -166,8 +166,6 @@ TEST_F(JsonSql, ForeignAndStaleHandles) {
     EXPECT_EQ(one(jsonlib_getkey, {one(jsonlib_extractobject, {I(p), S("$")})}), S("k"));
 }
 
-// ---------------------------------------------------------------- round trip
-
 // Canonical form of a value, written by the generator and rebuilt from the
 // SQL functions: ~ (null or empty text), b0/b1, i<n>, d<%.17g>, s<len>:<utf8>,
 // [a,b], {<len>:key=value,...}.  A JSON null and "" both read back as "".
@@ -180,7 +178,6 @@ std::string dbl_form(double d) {
 
 struct Generator {
     std::mt19937_64 rng;
-    explicit Generator(uint64_t seed) : rng(seed) {}
     uint64_t pick(uint64_t n) { return rng() % n; }
 
     // A random string: its JSON text (with escapes) and its UTF-8 bytes.
@@ -215,23 +212,17 @@ struct Generator {
         const uint64_t k = depth == 0 ? 5 + pick(2) : depth > 4 ? pick(5) : pick(7);
         switch (k) {
         case 0: json += "null"; return "~";
-        case 1: {
-            const bool b = pick(2);
-            json += b ? "true" : "false";
-            return b ? "b1" : "b0";
-        }
+        case 1: return pick(2) ? (json += "true", "b1") : (json += "false", "b0");
         case 2: {
-            const int64_t i = static_cast<int64_t>(rng()) >> pick(64);
-            json += std::to_string(i);
-            return "i" + std::to_string(i);
+            const std::string i = std::to_string(static_cast<int64_t>(rng()) >> pick(64));
+            return json += i, "i" + i;
         }
         case 3: {
             const double d = std::ldexp(static_cast<double>(static_cast<int64_t>(rng() >> 11)) - 4e15,
                                         static_cast<int>(pick(80)) - 60);
             char buf[40];
-            std::snprintf(buf, sizeof buf, "%.17e", d);
-            json += buf;
-            return dbl_form(d);
+            std::snprintf(buf, sizeof buf, "%.17e", d);  // an exponent: read as a double
+            return json += buf, dbl_form(d);
         }
         case 4: {
             const std::string s = text(json);
@@ -265,12 +256,10 @@ protected:
     std::string read(const Value &letter, const Value &handle) {
         if (letter.s == "V") {
             const Value v = one(jsonlib_getvalue, {handle});
-            switch (v.kind) {
-            case Value::Long: return "i" + std::to_string(v.i);
-            case Value::Double: return dbl_form(v.d);
-            case Value::Int: return "b" + std::to_string(v.i);
-            default: return v.s.empty() ? "~" : "s" + text_form(v.s);
-            }
+            if (v.kind == Value::Double) return dbl_form(v.d);
+            if (v.kind == Value::Long || v.kind == Value::Int)
+                return (v.kind == Value::Long ? "i" : "b") + std::to_string(v.i);
+            return v.s.empty() ? "~" : "s" + text_form(v.s);
         }
         const bool obj = letter.s == "O";
         std::string form = obj ? "{" : "[";
@@ -287,7 +276,7 @@ protected:
 
 TEST_F(RoundTrip, GeneratedDocuments) {
     for (uint64_t seed = 1; seed <= 300; ++seed) {
-        Generator g(seed);
+        Generator g{std::mt19937_64(seed)};
         std::string json;
         const std::string want = g.value(json, 0);
         const int p = create(json);
