@@ -12,24 +12,20 @@
 
 namespace dectest {
 
-constexpr int kCountDigits = 1 << 20;
-
 // A record with the given header and digits; count defaults to the digits given.
-inline Decimal rec(int exp, int pos, std::initializer_list<int> digits,
-                   int ndgts = kCountDigits) {
+inline Decimal rec(int exp, int pos, std::initializer_list<int> digits, int ndgts = INT16_MIN) {
     Decimal d{};
     d.dec_exp = static_cast<int16_t>(exp);
     d.dec_pos = static_cast<int16_t>(pos);
     int i = 0;
     for (int v : digits) d.dec_digits[i++] = static_cast<uint8_t>(v);
-    d.dec_ndgts = static_cast<int16_t>(ndgts == kCountDigits ? i : ndgts);
+    d.dec_ndgts = static_cast<int16_t>(ndgts == INT16_MIN ? i : ndgts);
     return d;
 }
 
-inline Decimal parse(const std::string &s, int32_t *rc = nullptr) {
+inline Decimal parse(const std::string &s) {
     Decimal d{};
-    const int32_t r = _deccvasc(s.c_str(), static_cast<int32_t>(s.size()), &d);
-    if (rc) *rc = r;
+    _deccvasc(s.c_str(), static_cast<int32_t>(s.size()), &d);
     return d;
 }
 

@@ -53,12 +53,8 @@ int32_t reference_add(const Decimal *a, const Decimal *b, Decimal *result) {
     uint8_t da[N + 1] = {}, db[N + 1] = {};
     std::memcpy(da, a->dec_digits, static_cast<size_t>(na));
     std::memcpy(db, b->dec_digits, static_cast<size_t>(nb));
-    int cmp;
-    if (na == 0) cmp = nb == 0 ? 0 : -1;
-    else if (nb == 0) cmp = 1;
-    else if (a->dec_exp != b->dec_exp) cmp = a->dec_exp > b->dec_exp ? 1 : -1;
-    else cmp = std::memcmp(da, db, N);
-    const bool a_large = cmp >= 0;
+    const bool a_large = nb == 0 || (na != 0 && (a->dec_exp != b->dec_exp ? a->dec_exp > b->dec_exp
+                                                                        : std::memcmp(da, db, N) >= 0));
     const Decimal *L = a_large ? a : b, *S = a_large ? b : a;
     const int nl = a_large ? na : nb, ns = a_large ? nb : na;
     const uint8_t *sd = a_large ? db : da;
@@ -73,23 +69,15 @@ int32_t reference_add(const Decimal *a, const Decimal *b, Decimal *result) {
     std::memcpy(w.dec_digits, a_large ? da : db, N + 1);
     const int m = std::min(ns + diff, N + 1);
     w.dec_ndgts = std::max(nl, m);
+    const bool same_sign = L->dec_pos == S->dec_pos;
     int carry = 0;
     for (int p = m - 1; p >= 0; --p) {
-        const int j = p - diff;
-        const int sv = j >= 0 && j < ns ? sd[j] : 0;
-        int v;
-        if (L->dec_pos == S->dec_pos) {
-            v = w.dec_digits[p] + sv + carry;
-            carry = v > 99;
-            if (carry) v -= 100;
-        } else {
-            v = w.dec_digits[p] - sv - carry;
-            carry = v < 0;
-            if (carry) v += 100;
-        }
-        w.dec_digits[p] = static_cast<uint8_t>(v);
+        const int j = p - diff, sv = j >= 0 && j < ns ? sd[j] : 0;
+        int v = w.dec_digits[p] + (same_sign ? sv + carry : -sv - carry);
+        carry = v > 99 || v < 0;
+        w.dec_digits[p] = static_cast<uint8_t>(carry ? v + (same_sign ? -100 : 100) : v);
     }
-    if (L->dec_pos != S->dec_pos) carry = 0;
+    if (!same_sign) carry = 0;
     const int32_t rc = udfkit::dec::dec_round(&w, carry);
     *result = Decimal{};
     result->dec_exp = static_cast<int16_t>(w.dec_exp);
