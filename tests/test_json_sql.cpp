@@ -77,35 +77,29 @@ TEST_F(JsonSql, LongPathSteps) {
               L(2));
 }
 
+// Plain walks are read back in the round trip below; here the edges.
 TEST_F(JsonSql, WalkWithNext) {
     const int p = create(kDoc);
     auto root = run(jsonlib_getobject, {I(p)});
     ASSERT_EQ(root.size(), 2u);
-    EXPECT_EQ(root[0], S("O"));
     const Value a = one(jsonlib_extractobject, {I(p), S("$")});
+    const std::vector<Value> none{S(""), L(0)};
     for (int round = 0; round < 2; ++round) {  // after the end it starts over
-        auto first = run(jsonlib_next, {root[1]});
-        ASSERT_EQ(first.size(), 2u);
-        EXPECT_EQ(first[0], S("O"));
-        EXPECT_EQ(first[1], a);
-        auto end = run(jsonlib_next, {root[1]});
-        EXPECT_EQ(end, (std::vector<Value>{S(""), L(0)}));
+        EXPECT_EQ(run(jsonlib_next, {root[1]}), (std::vector<Value>{S("O"), a}));
+        EXPECT_EQ(run(jsonlib_next, {root[1]}), none);
     }
-    EXPECT_EQ(one(jsonlib_getkey, {a}), S("a"));
     const Value b = one(jsonlib_getvalue, {a});
     EXPECT_EQ(run(jsonlib_getkeyvalue, {a}), (std::vector<Value>{S("a"), b}));
     EXPECT_EQ(one(jsonlib_getvalue4key, {root[1], S("a")}), b);
     EXPECT_EQ(one(jsonlib_getvalue4key, {root[1], S("A")}), S(""));
     // b's value is its first element; an element has no name.
     const Value ten = one(jsonlib_getvalue, {b});
-    EXPECT_EQ(one(jsonlib_getvalue, {ten}), L(10));
     EXPECT_EQ(run(jsonlib_getkeyvalue, {ten}), (std::vector<Value>{S(""), S("")}));
     EXPECT_EQ(one(jsonlib_getkey, {ten}), S(""));
     // The double 20.5 is no container.
     EXPECT_EQ(run(jsonlib_next, {b})[1], ten);
     const Value second = run(jsonlib_next, {b})[1];
-    EXPECT_EQ(one(jsonlib_getvalue, {second}), D(20.5));
-    EXPECT_EQ(run(jsonlib_next, {second}), (std::vector<Value>{S(""), L(0)}));
+    EXPECT_EQ(run(jsonlib_next, {second}), none);
     EXPECT_EQ(one(jsonlib_getvalue4key, {second, S("")}), S(""));
 }
 
