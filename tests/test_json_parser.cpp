@@ -19,8 +19,7 @@
 
 namespace {
 
-// A compact rendering of a tree: i:int, d:double/intslot, s:text, b:0/1,
-// null, [..], {key=..}.
+// A tree as i:int, d:double/intslot, s:text, b:0/1, null, [..], {key=..}.
 std::string dump(const JsonNode *n) {
     char buf[80];
     switch (n->kind) {
@@ -166,10 +165,8 @@ TEST(JsonParser, Utf8Encoding) {
     }
 }
 
-// Strings of every length up to 40 with an escape, a quote or the end of
-// the text at every position, and the text ending at every distance after
-// them: the plain bytes are looked at several at a time, never past the
-// end of the text.
+// An escape at every offset of strings up to 40 bytes, the text ending at
+// every distance after them: plain bytes are read in blocks, never past the end.
 TEST(JsonParser, StringsAtEveryOffset) {
     const struct {
         const char *in, *out;  // what is inserted, and what it gives
@@ -185,9 +182,8 @@ TEST(JsonParser, StringsAtEveryOffset) {
                 ASSERT_TRUE(p.ok) << len << " " << at << " " << after;
                 EXPECT_EQ(p.tree, "s:" + plain_a + m.out + plain_b);
                 EXPECT_EQ(p.rest, rest);
-                // Without its closing quote the string runs into the end;
-                // the line quotes the text as the unescaping left it (the
-                // bytes moved down, the last ones still in place).
+                // Unclosed, the line quotes the text as the unescaping left
+                // it (the bytes moved down, the last ones still in place).
                 const std::string text = plain_a + m.in + plain_b + rest;
                 const size_t shrink = std::strlen(m.in) - std::strlen(m.out);
                 Parsed open = parse("[\"" + text);
@@ -218,9 +214,8 @@ TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
         if (rng() % 2) t += "." + digits(rng() % 20);
         if (rng() % 3 == 0) t += (rng() % 2 ? "e" : "E") + std::string(rng() % 2 ? "-" : "") +
                                  std::to_string(rng() % 330);
-        // Alone, or followed by other bytes (digits, signs, letters that
-        // may or may not continue it), so that digits are also read eight
-        // at a time, wherever eight bytes lie before the end.
+        // Alone, or followed by bytes that may continue it, so that digits
+        // are also read eight at a time wherever eight bytes lie before the end.
         if (k % 2) {
             static const char kTail[] = "0123456789 ,]xeE.+-/:";  // "/" and ":" border the digits
             for (int n = 1 + static_cast<int>(rng() % 20); n--;) t += kTail[rng() % (sizeof kTail - 1)];
@@ -257,8 +252,7 @@ TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
     testing::internal::GetCapturedStderr();
 }
 
-// A document kept alive: its text, its tree and what the tree looked like
-// when it was made.
+// A document kept alive: its text, its tree and the tree's shape when made.
 struct Kept {
     std::vector<char> text;  // moved with its Kept, the bytes stay put
     JsonNode *root = nullptr;
@@ -284,8 +278,7 @@ std::string random_document(std::mt19937 &rng) {
 }
 
 // Trees made and freed in any order, whole or a subtree at a time, keep
-// every node of the others: nothing a tree still holds is given back or
-// reused.
+// every node of the others: nothing a tree holds is given back or reused.
 TEST(JsonParser, NodesLiveUntilTheirTreeIsFreed) {
     std::mt19937 rng(99);
     std::vector<Kept> trees;
