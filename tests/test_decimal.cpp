@@ -96,8 +96,8 @@ TEST(DecimalStorage, PackedBytes) {
         {parse("1234567890123456.49"), 9, "C8 0C 22 38 4E 5A 0C 22 38"},
         {parse("1234567890123456.5"), 9, "C8 0C 22 38 4E 5A 0C 22 39"},
         // no header of their own: saturated to the largest magnitude
-        {rec(63, 0, {5}), 3, "01 00 01"},        {rec(63, 1, {99, 99, 60}), 3, "FF 63 63"},
-        {rec(63, 0, {99, 99, 60}), 3, "01 00 01"}, {rec(-65, 1, {5}), 3, "C0 00 00"},
+        {rec(63, 1, {99, 99, 60}), 3, "FF 63 63"}, {rec(63, 0, {99, 99, 60}), 3, "01 00 01"},
+        {rec(-65, 1, {5}), 3, "C0 00 00"},
         {parse("7"), 1, "C1"},  // len 1: the header alone
     };
     for (const auto &c : cases) {
