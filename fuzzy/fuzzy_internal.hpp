@@ -114,6 +114,11 @@ size_t phonex_words(const char *words, size_t n, char *out) noexcept;
 // The number of terms in Recherche: up to the first null word.
 int term_count() noexcept;
 
+// Whether LevDistCutOff takes the build of its short-word path for AVX2
+// and BMI2: set at load when the processor has them (tests clear it to
+// check the build for any x86-64).
+extern bool lev_avx2;
+
 constexpr int32_t kTooLarge = UDFKIT_DISTANCE_TOO_LARGE;
 constexpr size_t kStdSize = UDFKIT_STDMOT_SIZE;
 constexpr size_t kKeySize = UDFKIT_PHONKEY_SIZE;

@@ -28,13 +28,17 @@ using udfkit::fuzzy::LevPattern;
 constexpr int32_t kMaxLen = 255;
 
 #if defined(__SSE2__)
+// The short-word path is built twice (see LevDistCutOff): its helpers are
+// always inlined so that each entry is compiled whole for its target.
+#define ALWAYS_INLINE inline __attribute__((always_inline))
+
 // The 1 to 16 bytes of s in a register, read without going past the
 // string's terminator and, from 3 bytes on, without a branch on the
 // length.  Bytes 0..n-1 of the result are those of s; the bytes after
 // them are whatever the loads left there, which is harmless: in the bit
 // vectors below no bit depends on a higher one, and only bits 0..n-1 are
 // read.
-inline __m128i load_short(const char *s, int32_t n) {
+ALWAYS_INLINE __m128i load_short(const char *s, int32_t n) {
     uint64_t lo, hi;
     if (n >= 3) {
         // Low half: s[0..4) and the 4 bytes ending at byte 8, or at the
@@ -61,9 +65,11 @@ inline __m128i load_short(const char *s, int32_t n) {
     return _mm_set_epi64x(static_cast<int64_t>(hi), static_cast<int64_t>(lo));
 }
 
-// All 16 bytes c: a multiply and one shuffle, where the plain SSE2 form
-// takes two unpacks and a shuffle.
-inline __m128i repeat_byte(char c) {
+// All 16 bytes c: one broadcast with AVX2; otherwise a multiply and one
+// shuffle, where the plain SSE2 form takes two unpacks and a shuffle.
+template <bool Avx2>
+ALWAYS_INLINE __m128i repeat_byte(char c) {
+    if constexpr (Avx2) return _mm_set1_epi8(c);
     const uint32_t four = static_cast<unsigned char>(c) * 0x01010101u;
     return _mm_shuffle_epi32(_mm_cvtsi32_si128(static_cast<int>(four)), 0);
 }
@@ -76,10 +82,11 @@ struct LastRow {
     uint32_t pv, nmv;
 };
 
-inline LastRow last_row(__m128i v, const char *a, int32_t la, int32_t lb) {
+template <bool Avx2>
+ALWAYS_INLINE LastRow last_row(__m128i v, const char *a, int32_t la, int32_t lb) {
     uint32_t pv = (uint32_t{1} << lb) - 1, nmv = ~uint32_t{0};
     for (int32_t i = 0; i < la; ++i) {
-        const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, repeat_byte(a[i]))));
+        const uint32_t m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, repeat_byte<Avx2>(a[i]))));
         // The row update of run_bits, rearranged so that the chain from
         // pv to the next pv and mv is seven operations: what does not
         // depend on the sum is formed beside it.  With xv, ph, mh the
@@ -103,7 +110,7 @@ inline LastRow last_row(__m128i v, const char *a, int32_t la, int32_t lb) {
 // Cell j (0 <= j <= 16) of a last row whose cell 0 is la: la + the rises
 // - the falls among cells 1..j, both counted at once as the rises and the
 // cells that do not fall, less j.
-inline int32_t cell(LastRow r, int32_t la, int32_t j) {
+ALWAYS_INLINE int32_t cell(LastRow r, int32_t la, int32_t j) {
     const uint32_t low = (uint32_t{1} << j) - 1;
     uint32_t x = (r.pv & low) | ((r.nmv & low) << 16);
     x = x - ((x >> 1) & 0x55555555u);
@@ -114,12 +121,13 @@ inline int32_t cell(LastRow r, int32_t la, int32_t j) {
 
 // The distance of a and b, both of 1 to 16 bytes, without cut-off; the
 // last cell is read from the last row rather than followed row by row.
-inline int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
-    return cell(last_row(v, a, la, lb), la, lb);
+template <bool Avx2>
+ALWAYS_INLINE int32_t rows_in_register(__m128i v, const char *a, int32_t la, int32_t lb) {
+    return cell(last_row<Avx2>(v, a, la, lb), la, lb);
 }
 
 // Byte k of the result is 0xFF when bit k of x (k < 16) is set.
-inline __m128i bits_to_bytes(uint32_t x) {
+ALWAYS_INLINE __m128i bits_to_bytes(uint32_t x) {
     const __m128i bit = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
     __m128i t = _mm_cvtsi32_si128(static_cast<int>(x));
     t = _mm_unpacklo_epi8(t, t);   // x0 x0 x1 x1 ...
@@ -132,7 +140,7 @@ inline __m128i bits_to_bytes(uint32_t x) {
 // 0 (bits from lb on make the bytes from lb on meaningless).  The changes
 // (+1 where a cell rises, -1 where it falls) summed in four doubling
 // steps.
-inline __m128i row_cells(LastRow r) {
+ALWAYS_INLINE __m128i row_cells(LastRow r) {
     __m128i s = _mm_sub_epi8(bits_to_bytes(~r.nmv), bits_to_bytes(r.pv));
     s = _mm_add_epi8(s, _mm_slli_si128(s, 1));
     s = _mm_add_epi8(s, _mm_slli_si128(s, 2));
@@ -146,8 +154,9 @@ inline __m128i row_cells(LastRow r) {
 // that cell 1 (at most the row number) is below cut; so some row is all
 // at or above cut exactly when the last one is.  Only the last row is
 // tested, once, without a branch.
-int32_t cut_off_in_register(const char *a, int32_t la, const char *b, int32_t lb, int32_t cut) {
-    const __m128i cells = row_cells(last_row(load_short(b, lb), a, la, lb));
+template <bool Avx2>
+ALWAYS_INLINE int32_t cut_off_in_register(const char *a, int32_t la, const char *b, int32_t lb, int32_t cut) {
+    const __m128i cells = row_cells(last_row<Avx2>(load_short(b, lb), a, la, lb));
     alignas(16) int8_t byte[16];
     _mm_store_si128(reinterpret_cast<__m128i *>(byte), cells);
     const int32_t d = la + byte[lb - 1];
@@ -452,8 +461,8 @@ int32_t lev_two_rows(const char *s1, int32_t l1, const char *s2, int32_t l2, int
 namespace {
 
 // LevDistCutOff of two words of 1 to 16 bytes, lengths less than cut apart.
-__attribute__((noinline)) int32_t short_words(const char *s1, int32_t l1, const char *s2, int32_t l2,
-                                              int32_t cut) {
+template <bool Avx2>
+ALWAYS_INLINE int32_t short_words(const char *s1, int32_t l1, const char *s2, int32_t l2, int32_t cut) {
     // Every cell of row i is at most its cell 1, at most i, so when cut
     // is above l1 no row can be all at or above it and the result is the
     // plain distance.  That one is symmetric: the shorter string drives
@@ -467,13 +476,44 @@ __attribute__((noinline)) int32_t short_words(const char *s1, int32_t l1, const 
         const char *rows = reinterpret_cast<const char *>(a ^ ((a ^ b) & swap));
         const int32_t lmask = static_cast<int32_t>(swap);
         const int32_t lh = l2 ^ ((l1 ^ l2) & lmask), lr = l1 ^ ((l1 ^ l2) & lmask);
-        return rows_in_register(load_short(held, lh), rows, lr, lh);
+        return rows_in_register<Avx2>(load_short(held, lh), rows, lr, lh);
     }
-    return cut_off_in_register(s1, l1, s2, l2, cut);
+    return cut_off_in_register<Avx2>(s1, l1, s2, l2, cut);
 }
+
+// The same for any x86-64, and for processors with AVX2 and BMI2, where
+// three-operand forms, and-not and one-instruction broadcasts shorten
+// each row.  The choice is made once, from what the processor reports.
+__attribute__((noinline)) int32_t short_words_base(const char *s1, int32_t l1, const char *s2, int32_t l2,
+                                                   int32_t cut) {
+    return short_words<false>(s1, l1, s2, l2, cut);
+}
+
+#if defined(__x86_64__)
+__attribute__((noinline, target("avx2,bmi,bmi2,popcnt"))) int32_t short_words_avx2(
+    const char *s1, int32_t l1, const char *s2, int32_t l2, int32_t cut) {
+    return short_words<true>(s1, l1, s2, l2, cut);
+}
+
+bool has_avx2() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+           __builtin_cpu_supports("popcnt");
+}
+#endif
 
 }  // namespace
 #endif
+
+namespace udfkit::fuzzy {
+// (false until the library's initialisers have run: a call before that
+// takes the build for any x86-64)
+#if defined(__SSE2__) && defined(__x86_64__)
+bool lev_avx2 = has_avx2();
+#else
+bool lev_avx2 = false;
+#endif
+}  // namespace udfkit::fuzzy
 
 extern "C" {
 
@@ -504,7 +544,12 @@ UDFKIT_API int32_t LevDistCutOff(const char *s1, const char *s2, int32_t cut) {
     // The rows are left to functions of their own, so that the words that
     // stop here take no more than the lengths.
 #if defined(__SSE2__)
-    if (l1 <= 16 && l2 <= 16) return short_words(s1, l1, s2, l2, cut);
+    if (l1 <= 16 && l2 <= 16) {
+#if defined(__x86_64__)
+        if (udfkit::fuzzy::lev_avx2) return short_words_avx2(s1, l1, s2, l2, cut);
+#endif
+        return short_words_base(s1, l1, s2, l2, cut);
+    }
 #endif
     return udfkit::fuzzy::with_cut_off(s1, l1, s2, l2, cut);
 }

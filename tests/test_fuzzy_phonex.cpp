@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzzy/fuzzy_internal.hpp"
 #include "host/testhost.hpp"
 #include "udfkit/fuzzy.h"
 #include "udfkit/sqlfunc.h"
@@ -124,7 +125,7 @@ TEST(LevDist, Examples) {
 // the distance and a spread of others.  Each string sits in a heap block
 // of exactly its size, so that the sanitizer build catches a read past a
 // terminator.
-TEST(LevDist, SameAsTheTwoRowProgramme) {
+void compare_with_two_rows() {
     std::vector<int32_t> lengths = {31, 32, 33, 48, 49, 63, 64, 65, 80, 127, 128, 129, 193, 255, 256, 1000};
     for (int32_t n = 0; n <= 20; ++n) lengths.push_back(n);
     const int alphabets[] = {2, 200, 4, 26, 3, 5};
@@ -162,6 +163,17 @@ TEST(LevDist, SameAsTheTwoRowProgramme) {
                 check(255);
                 check(1000000);
             }
+}
+
+// Words of up to 16 bytes take a path built twice, for AVX2 and for any
+// x86-64: both are compared.
+TEST(LevDist, SameAsTheTwoRowProgramme) {
+    const bool avx2 = udfkit::fuzzy::lev_avx2;
+    for (bool use : {avx2, false}) {
+        udfkit::fuzzy::lev_avx2 = use;
+        compare_with_two_rows();
+    }
+    udfkit::fuzzy::lev_avx2 = avx2;
 }
 
 }  // namespace
