@@ -39,12 +39,9 @@ public:
     std::vector<std::vector<std::string>> rows(const std::string &sql) {
         std::vector<std::vector<std::string>> out;
         sqlite3_stmt *st = nullptr;
-        int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr);
-        if (rc != SQLITE_OK) {
-            ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db_);
-            return out;
-        }
-        while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+        const bool prepared = sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) == SQLITE_OK;
+        int rc = SQLITE_ERROR;
+        while (prepared && (rc = sqlite3_step(st)) == SQLITE_ROW) {
             std::vector<std::string> row;
             for (int i = 0; i < sqlite3_column_count(st); ++i) row.push_back(render(st, i));
             out.push_back(std::move(row));
@@ -57,8 +54,7 @@ public:
     // The first column of the first row.
     std::string one(const std::string &sql) {
         auto r = rows(sql);
-        if (r.empty() || r[0].empty()) return "<no row>";
-        return r[0][0];
+        return r.empty() || r[0].empty() ? "<no row>" : r[0][0];
     }
 
     // The error message of a statement that must fail.

@@ -60,7 +60,9 @@ std::vector<std::string> fixed_lines(char prefix) {
     for (int i = 0; i < 60; ++i) lines.push_back(prefix + std::to_string(1000 + i).substr(1) + "|ab\n");
     return lines;
 }
-std::string join(const std::vector<std::string> &l) { return std::accumulate(l.begin(), l.end(), std::string()); }
+std::string join(const std::vector<std::string> &l) {
+    return std::accumulate(l.begin(), l.end(), std::string());
+}
 
 // The name the first draw of seed picks from a file of 8-byte lines: the
 // line after the one the random position falls in.
@@ -181,32 +183,23 @@ TEST(Anonymize, PickFollowsTheGenerator) {
         EXPECT_EQ(run(anonymize_first, {S(name), I(2)}), run(anonymize_first, {S(name), I(0)}));
 }
 
-// Awkward dictionary files give a name of at most one read (255 bytes) or
-// the masked input.  A file under 100 bytes masks, except when the
-// truncated position is 0 (a draw below 1 / (100 - size)): then its second
-// line is picked.
-TEST(Anonymize, AwkwardDictionaries) {
-    std::string long_lines, crlf;  // arbitrary bytes: the anon fuzz target
-    for (int i = 0; i < 20; ++i) long_lines += "L" + std::string(297, char('a' + i)) + "|\n";
-    for (int i = 0; i < 40; ++i) crlf += "Nom" + std::to_string(100 + i) + "\r\n";
-    const struct { std::string content; bool short_file; const char *at_position_0; } cases[] = {
-        {"", true, nullptr},
-        {"Alpha|\nBeta|\nGamma|\nDelta|\n", true, "Beta"},
-        {std::string(98, 'x') + "\n", true, nullptr},
-        {long_lines, false, nullptr},
-        {crlf, false, nullptr},
+// A dictionary file under 100 bytes masks, except when the truncated
+// position is 0 (a draw below 1 / (100 - size)): then its second line is
+// picked.  (Other awkward files: the anon fuzz target.)
+TEST(Anonymize, ShortDictionaries) {
+    const struct { std::string content; const char *at_position_0; } cases[] = {
+        {"", nullptr},
+        {"Alpha|\nBeta|\nGamma|\nDelta|\n", "Beta"},
+        {std::string(98, 'x') + "\n", nullptr},
     };
     for (const auto &c : cases) {
         DictDir d;
         d.write(kNom, c.content);
         for (int64_t seed = 1000; seed < 1200; ++seed) {
-            const std::string in = std::to_string(seed), out = run(anonymize_last, {S(in)});
-            EXPECT_LE(out.size(), 255u) << c.content.size();
-            EXPECT_EQ(out.find_first_of("|\n"), std::string::npos) << c.content.size();
-            if (!c.short_file) continue;
+            const std::string in = std::to_string(seed);
             const long pos = long(double(long(c.content.size()) - 100) * Lcg48(seed).next());
             const bool pos0 = pos == 0 && c.at_position_0;
-            EXPECT_EQ(out, pos0 ? c.at_position_0 : std::string(in.size(), 'Z')) << c.content;
+            EXPECT_EQ(run(anonymize_last, {S(in)}), pos0 ? c.at_position_0 : std::string(in.size(), 'Z'));
         }
     }
 }
@@ -222,15 +215,15 @@ TEST(Anonymize, ShippedDictionaries) {
         for (std::string line; std::getline(in, line);) {
             const auto bar = line.find('|');
             ASSERT_TRUE(bar > 0 && bar != std::string::npos && line.size() < 255) << line;
-            ASSERT_EQ(line.find('\r'), std::string::npos) << file;
+            ASSERT_NE(line.back(), '\r') << file;
             names.insert(line.substr(0, bar));
         }
         EXPECT_GE(names.size(), 250u) << file;
         const int sex = file == kFem ? 1 : 0;
         for (int i = 0; i < 300; ++i) {
-            const std::vector<Value> args = {S("Personne " + std::to_string(i))};
-            const std::string out = file == kNom ? run(anonymize_last, args)
-                                                 : run(anonymize_first, {args[0], I(sex)});
+            const Value who = S("Personne " + std::to_string(i));
+            const std::string out =
+                file == kNom ? run(anonymize_last, {who}) : run(anonymize_first, {who, I(sex)});
             EXPECT_TRUE(names.count(out)) << file << ": " << out;
         }
     }

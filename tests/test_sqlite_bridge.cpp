@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -77,32 +78,19 @@ TEST(SqliteBridge, ValueRules) {
 // written as text, across the whole range of doubles.
 TEST(SqliteBridge, MasksReadRealsAsTheirText) {
     SqliteDb db;
-    sqlite3_stmt *st = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(db.handle(), "select format(?1, ?3), format(?2, ?3)", -1, &st,
-                                 nullptr),
-              SQLITE_OK);
     const char *masks[] = {"&&&&&&&&&&&&&&&&&&&", "#.#####", "-###,###,###,###,###,##&.&&&&"};
-    int compared = 0;
-    for (int e = -320; e <= 308; e += 3) {
+    for (int e = -320; e <= 308; e += 3)
         for (double m : {1.0, 2.5, 9.87654321, -4.25}) {
             const double d = m * std::pow(10.0, e);
-            if (!std::isfinite(d)) continue;
-            char text[400];
-            auto r = std::to_chars(text, text + sizeof text, d, std::chars_format::fixed);
-            ASSERT_EQ(r.ec, std::errc());
+            char real[40], text[400];
+            std::snprintf(real, sizeof real, "%.17g", d);  // reads back as d
+            *std::to_chars(text, text + sizeof text - 1, d, std::chars_format::fixed).ptr = 0;
             for (const char *mask : masks) {
-                sqlite3_bind_double(st, 1, d);
-                sqlite3_bind_text(st, 2, text, static_cast<int>(r.ptr - text), SQLITE_TRANSIENT);
-                sqlite3_bind_text(st, 3, mask, -1, SQLITE_STATIC);
-                ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
-                EXPECT_EQ(SqliteDb::render(st, 0), SqliteDb::render(st, 1)) << d << " " << mask;
-                sqlite3_reset(st);
-                ++compared;
+                const std::string m1 = std::string(", '") + mask + "')";
+                EXPECT_EQ(db.one("select format(" + std::string(real) + m1),
+                          db.one("select format('" + std::string(text) + "'" + m1)) << d << " " << mask;
             }
         }
-    }
-    sqlite3_finalize(st);
-    EXPECT_GT(compared, 2000);
 }
 
 // The glob of hosts without one of their own matches as SQLite's GLOB does.

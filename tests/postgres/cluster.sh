@@ -1,21 +1,17 @@
 # A throw-away PostgreSQL cluster with the extension installed, for the
 # tests, the demo and the benchmark.  Source it, then:
-#   pgc_start BUILD_DIR   stage a private installation (the server's own
-#                         files linked, the extension from BUILD_DIR),
-#                         initdb into a temporary folder, start the server
-#                         on a Unix socket in that folder only; exports
-#                         PGHOST, PGPORT, PGUSER, PGDATABASE and PGC_DIR
+#   pgc_start BUILD_DIR   a private installation (the server's files linked,
+#                         the extension from BUILD_DIR), initdb into a temporary
+#                         folder, the server on a Unix socket there only;
+#                         exports PGHOST, PGPORT, PGUSER, PGDATABASE, PGC_DIR
 #   pgc_psql ARGS...      psql on the cluster
-#   pgc_stop              stop the server and remove everything (also run
-#                         on exit)
-# PGC_EXTRA_CONF, when set, is appended to the server's configuration;
-# PGC_SERVER_ENV (NAME=value ...) goes to the server's environment only
-# (e.g. LD_PRELOAD of a sanitizer runtime for an instrumented build).
-# The server refuses to run as root: when run as root it runs as the
-# system user `udfkit` (created when missing; `nobody` if that fails).
-# The server's environment decides the library's settings: TZ (local time
-# of datetimes, UTC here unless set), DBDATE, DBDATETIME, DBTODAY and
-# UDFKIT_DICT_DIR.
+#   pgc_stop              stop the server, remove everything (also on exit)
+# PGC_EXTRA_CONF is appended to the server's configuration; PGC_SERVER_ENV
+# (NAME=value ...) goes to the server's environment only (e.g. LD_PRELOAD of
+# a sanitizer runtime).  As root, the server runs as the system user
+# `udfkit` (created when missing; `nobody` if that fails).  The server's
+# environment (TZ, UTC unless set; DBDATE, DBDATETIME, DBTODAY,
+# UDFKIT_DICT_DIR) decides the library's settings.
 
 PGC_BINDIR=$(pg_config --bindir)
 PGC_PKGLIBDIR=$(pg_config --pkglibdir)
@@ -33,9 +29,8 @@ pgc_as_server() {
 
 pgc_pick_user() {
     [ "$(id -u)" -eq 0 ] || return 0
-    if ! id udfkit >/dev/null 2>&1; then
+    id udfkit >/dev/null 2>&1 ||
         useradd --system --no-create-home --shell /usr/sbin/nologin udfkit >/dev/null 2>&1 || true
-    fi
     if id udfkit >/dev/null 2>&1; then PGC_RUNAS=udfkit; else PGC_RUNAS=nobody; fi
 }
 
@@ -107,9 +102,8 @@ pgc_psql() { "$PGC_BINDIR/psql" -X -v ON_ERROR_STOP=1 -q "$@"; }
 
 pgc_stop() {
     [ -n "$PGC_DIR" ] && [ -d "$PGC_DIR" ] || return 0
-    if [ -f "$PGC_DIR/data/postmaster.pid" ]; then
+    [ ! -f "$PGC_DIR/data/postmaster.pid" ] ||
         pgc_as_server "$PGC_STAGE_BIN/pg_ctl" -D "$PGC_DIR/data" -m immediate -w stop >/dev/null 2>&1 || true
-    fi
     rm -rf "$PGC_DIR"
     PGC_DIR=""
 }
