@@ -57,32 +57,7 @@ int main(void) {
         printf("abi_c: got type %d size %d text %s\n", type, size, pushed);
         return 1;
     }
-    {
-        static const char *hex = "0123456789abcdef";
-        unsigned char d[16];
-        char text[33];
-        int i;
-        QXMD5((const unsigned char *)"abc", 3, d);
-        for (i = 0; i < 16; ++i) {
-            text[2 * i] = hex[d[i] >> 4];
-            text[2 * i + 1] = hex[d[i] & 15];
-        }
-        text[32] = 0;
-        if (strcmp(text, "900150983cd24fb0d6963f7d28e17f72") != 0) {
-            printf("abi_c: md5 %s\n", text);
-            return 1;
-        }
-    }
-    {
-        Decimal a;
-        char field[8];
-        if (_deccvasc("12.5", 4, &a) != 0 || _dectoasc(&a, field, 6, 1) != 0 ||
-            memcmp(field, "12.5  ", 6) != 0) {
-            printf("abi_c: decimal text\n");
-            return 1;
-        }
-    }
     if (IsConvertionError() != 0) return 1;
-    printf("3 passed, 0 failed\n");
+    printf("2 passed, 0 failed\n");
     return 0;
 }

@@ -141,9 +141,6 @@ TEST(JsonParser, ErrorLines) {
         EXPECT_FALSE(p.ok) << c.text;
         EXPECT_EQ(p.stderr_, "NXJSON PARSE ERROR " + c.line + "\n") << c.text;
     }
-    Parsed deep_one = parse(std::string(1000000, '['));
-    EXPECT_FALSE(deep_one.ok);
-    EXPECT_EQ(deep_one.stderr_.rfind("NXJSON PARSE ERROR (264): nesting too deep at [[", 0), 0u);
     const int max = udfkit::json::kMaxDepth;
     Parsed p = parse(std::string(max, '[') + std::string(max, ']'));
     EXPECT_TRUE(p.ok) << p.stderr_.substr(0, 80);
@@ -151,11 +148,10 @@ TEST(JsonParser, ErrorLines) {
 
 TEST(JsonParser, Utf8Encoding) {
     const struct { uint32_t cp; const char *bytes; } cases[] = {  // null: refused
-        {0x41, "A"},          {0x7F, "\x7f"},         {0x80, "\xc2\x80"},
-        {0x7FF, "\xdf\xbf"},  {0x800, "\xe0\xa0\x80"}, {0xD7FF, "\xed\x9f\xbf"},
-        {0xD800, nullptr},    {0xDFFF, nullptr},       {0xE000, "\xee\x80\x80"},
-        {0xFFFF, "\xef\xbf\xbf"}, {0x10000, "\xf0\x90\x80\x80"},
-        {0x10FFFF, "\xf4\x8f\xbf\xbf"}, {0x110000, nullptr},
+        {0x7F, "\x7f"},        {0x80, "\xc2\x80"},         {0x7FF, "\xdf\xbf"},
+        {0x800, "\xe0\xa0\x80"}, {0xD800, nullptr},         {0xDFFF, nullptr},
+        {0xFFFF, "\xef\xbf\xbf"}, {0x10000, "\xf0\x90\x80\x80"}, {0x10FFFF, "\xf4\x8f\xbf\xbf"},
+        {0x110000, nullptr},
     };
     for (const auto &c : cases) {
         char out[8] = {};
@@ -202,8 +198,8 @@ TEST(JsonParser, StringsAtEveryOffset) {
 TEST(JsonParser, NumbersAgreeWithTheCLibrary) {
     std::mt19937_64 rng(7);
     auto digits = [&](uint64_t n) {
-        std::string s;
-        while (n--) s += static_cast<char>('0' + rng() % 10);
+        std::string s(n, '0');
+        for (char &c : s) c = static_cast<char>('0' + rng() % 10);
         return s;
     };
     testing::internal::CaptureStderr();  // the error lines of the rejected ones
@@ -309,38 +305,29 @@ TEST(JsonParser, NodesLiveUntilTheirTreeIsFreed) {
 }
 
 // A parent the caller allocated goes back to the C library with its
-// children; trees move between threads, and threads end while trees they
-// made live on.
+// children; trees are freed on other threads than the one that made them,
+// after that thread ended.
 TEST(JsonParser, NodesCrossThreadsAndCallerParents) {
     auto *top = static_cast<JsonNode *>(std::calloc(1, sizeof(JsonNode)));
     std::string text = "[1, [2, 3], {\"a\": \"b\"}]";
     ASSERT_NE(parse_value(top, nullptr, text.data()), nullptr);
-    EXPECT_EQ(dump(top->v2.child), "[i:1,[i:2,i:3],{a=s:b}]");
     top->kind = JSON_ARRAY;  // so that freeing it frees what it holds
     nx_json_free(top);
 
     std::mt19937 rng(5);
     std::vector<Kept> made(8);
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < made.size(); ++i) {
-        std::string doc = random_document(rng);
-        threads.emplace_back([&made, i, doc] { made[i] = keep(doc); });
-    }
-    for (auto &t : threads) t.join();  // their threads are gone
-    threads.clear();
-    Kept here = keep(random_document(rng));
-    for (size_t i = 0; i < made.size(); i += 2) {
-        threads.emplace_back([&made, i] {
-            EXPECT_EQ(dump(made[i].root), made[i].shape);
-            nx_json_free(made[i].root);
-        });
-    }
-    threads.emplace_back([&here] { nx_json_free(here.root); });
+    for (size_t i = 1; i < made.size(); ++i)
+        threads.emplace_back([&made, i, doc = random_document(rng)] { made[i] = keep(doc); });
+    made[0] = keep(random_document(rng));  // made here
     for (auto &t : threads) t.join();
-    for (size_t i = 1; i < made.size(); i += 2) {
-        EXPECT_EQ(dump(made[i].root), made[i].shape);
-        nx_json_free(made[i].root);
-    }
+    threads.clear();
+    for (Kept &k : made)
+        threads.emplace_back([&k] {
+            EXPECT_EQ(dump(k.root), k.shape);
+            nx_json_free(k.root);
+        });
+    for (auto &t : threads) t.join();
 }
 
 // A node that cannot be allocated stops the process with the C library's
@@ -350,24 +337,19 @@ TEST(JsonParserDeathTest, OutOfMemoryStopsTheProcess) {
     GTEST_SKIP() << "an address-space limit does not mix with the sanitizers' shadow memory";
 #else
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto starve = [] {
-        std::string text = "[";
-        for (int i = 0; i < 4000000; ++i) text += "0,";
-        text += "0]";
-        std::vector<char> buf(text.begin(), text.end());
-        buf.push_back('\0');
-        std::string().swap(text);
+    std::string text = "[";
+    for (int i = 0; i < 4000000; ++i) text += "0,";
+    text += "0]";
+    auto starve = [&text] {
         // 32 MB more than is in use now, far from enough for 4 million nodes.
         long pages = 0;
-        if (FILE *f = std::fopen("/proc/self/statm", "r")) {
-            if (std::fscanf(f, "%ld", &pages) != 1) pages = 0;
-            std::fclose(f);
-        }
+        FILE *f = std::fopen("/proc/self/statm", "r");
+        if (!f || std::fscanf(f, "%ld", &pages) != 1) pages = 0;
         const rlim_t limit = static_cast<rlim_t>(pages) * 4096 + (32u << 20);
         const rlimit r{limit, limit};
         setrlimit(RLIMIT_AS, &r);
         JsonNode top{};
-        parse_value(&top, nullptr, buf.data());
+        parse_value(&top, nullptr, text.data());
     };
     EXPECT_DEATH(starve(), "create_json: Assertion `js' failed");
 #endif

@@ -42,14 +42,6 @@ TEST(DateMask, Runs) {
         EXPECT_EQ(lay_date(c.day, c.mask), c.want) << c.day << " '" << c.mask << "'";
 }
 
-// Every kind of day number, the extremes included, keeps the mask's width.
-TEST(DateMask, AnyDayNumberKeepsTheWidth) {
-    const std::string mask = "ddd dd mmm yyyy yy yyy";
-    const int32_t days[] = {INT32_MIN, INT32_MIN + 1, -1000000, -365, 217175,
-                            217176, 3000000, INT32_MAX};
-    for (int32_t d : days) EXPECT_EQ(lay_date(d, mask).size(), mask.size()) << d;
-}
-
 TEST(Format, DatesAndEverythingElse) {
     const std::string long_mask(120, '#');
     const struct { Value value; std::string mask, want; } cases[] = {

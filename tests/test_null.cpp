@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "udfkit/convert.h"
 #include "udfkit/null.h"
 
 namespace {
@@ -84,15 +83,6 @@ TEST(Null, VcharReleasesOnce) {
     // Already empty: nothing is freed again (the sanitizers would tell).
     snullvchar(&vc);
     _nullvar(&v);
-}
-
-TEST(ConvertionFlag, StickyReadAndClear) {
-    IsConvertionError();
-    EXPECT_EQ(IsConvertionError(), 0);
-    SetConvertionError();
-    SetConvertionError();
-    EXPECT_EQ(IsConvertionError(), 1);
-    EXPECT_EQ(IsConvertionError(), 0);
 }
 
 }  // namespace
