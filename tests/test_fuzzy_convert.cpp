@@ -85,11 +85,9 @@ TEST(ConvertSql, Functions) {
         {"translit", {S("5\xe2\x82\xac"), S("UTF-8"), S("ASCII//TRANSLIT")}, S("5EUR")},
         {"empty", {S(""), S("UTF-8"), S("ISO-8859-1")}, S("")},
         // Whatever cannot be converted comes back as is.
-        {"unknown source charset", {S("abc"), S("NO-SUCH"), S("UTF-8")}, S("abc")},
-        {"unknown target charset", {S("abc"), S("UTF-8"), S("NO-SUCH")}, S("abc")},
+        {"unknown charset", {S("abc"), S("NO-SUCH"), S("UTF-8")}, S("abc")},
         {"invalid sequence", {S("a\xc3("), S("UTF-8"), S("ISO-8859-1")}, S("a\xc3(")},
         {"incomplete sequence", {S("a\xc3"), S("UTF-8"), S("ISO-8859-1")}, S("a\xc3")},
-        {"invalid byte", {S("a\xff"), S("UTF-8"), S("ISO-8859-1")}, S("a\xff")},
     };
     for (const auto &c : cases) {
         Outcome o = h.call(convert, c.args);

@@ -94,15 +94,12 @@ TEST(StringFunctions, ResultLimit) {
         // 4 GB if it were built.
         {"strreplace 1 MB by 4 KB", strreplace, {S(mega), S("a"), S(std::string(4095, 'r'))},
          1000000000, nullptr},
-        {"concat of megabytes", concat, {S(mega), S(mega), S(mega)}, 3 << 20, "="},
         {"convert at the limit", convert, {S("\xe9\xe9\xe9"), S("ISO-8859-1"), S("UTF-8")}, 6,
          "\xc3\xa9\xc3\xa9\xc3\xa9"},
         {"convert over", convert, {S("\xe9\xe9\xe9"), S("ISO-8859-1"), S("UTF-8")}, 5, nullptr},
         // What is pushed ends at the first NUL byte of the conversion.
         {"convert counts what is pushed", convert, {S("\xc3\xa9t\xc3\xa9"), S("UTF-8"), S("UTF-16LE")},
          1, "\xe9"},
-        {"convert of megabytes", convert,
-         {S(std::string(3 << 20, '\xe9')), S("ISO-8859-1"), S("UTF-8")}, 5 << 20, nullptr},
     };
     for (const auto &c : cases) {
         TestHost h;
@@ -112,13 +109,7 @@ TEST(StringFunctions, ResultLimit) {
         udfkit_set_result_limit(0);
         EXPECT_EQ(o.leftover, 0) << c.name;
         EXPECT_EQ(refused, c.expected ? 0 : 1) << c.name;
-        if (!c.expected) {
-            EXPECT_TRUE(o.pushed.empty()) << c.name;
-        } else if (std::string(c.expected) == "=") {
-            EXPECT_EQ(o.result().s.size(), 3u << 20) << c.name;
-        } else {
-            EXPECT_EQ(o.result(), S(c.expected)) << c.name;
-        }
+        EXPECT_TRUE(c.expected ? o.result() == S(c.expected) : o.pushed.empty()) << c.name;
     }
 }
 
