@@ -311,6 +311,15 @@ int32_t two_rows_plain(const char *s1, const char *s2, int32_t) {
     return udfkit::fuzzy::lev_two_rows(s1, l1, s2, l2, 0, false);
 }
 
+// LevDistCutOff as on a processor without AVX2.
+int32_t lev_any_x86(const char *s1, const char *s2, int32_t cut) {
+    const bool avx2 = udfkit::fuzzy::lev_avx2;
+    udfkit::fuzzy::lev_avx2 = false;
+    const int32_t d = LevDistCutOff(s1, s2, cut);
+    udfkit::fuzzy::lev_avx2 = avx2;
+    return d;
+}
+
 template <int32_t (*Distance)(const char *, const char *, int32_t)>
 void BM_EditPairs(benchmark::State &state) {
     const std::vector<WordPair> &pairs = edit_pairs();
@@ -337,6 +346,8 @@ BENCHMARK(BM_LevTwoRows)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond
 BENCHMARK(BM_LevDistCutOff)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LevPrepared)->Arg(255)->Arg(3)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_EditPairs<LevDistCutOff>)->Name("BM_EditPairs/LevDistCutOff")->Arg(3)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_EditPairs<lev_any_x86>)->Name("BM_EditPairs/LevDistCutOff_any_x86")->Arg(3)
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_EditPairs<two_rows>)->Name("BM_EditPairs/two_rows_cut")->Arg(3)
     ->Unit(benchmark::kMicrosecond);
