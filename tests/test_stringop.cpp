@@ -139,20 +139,18 @@ TEST(StringFunctions, ExtremesAndNaN) {
 }
 
 TEST(StringFunctions, Capacities) {
-    TestHost h;
     const std::string big(5000, 'x');
-    Outcome o = h.call(upper, {S(big)});
-    EXPECT_EQ(o.result().s, std::string(2047, 'X'));
-    o = h.call(capitalize, {S(std::string(300, 'b'))});
-    EXPECT_EQ(o.result().s, "B" + std::string(198, 'b'));
-    o = h.call(lastchars, {S(big + "yz"), I(2)});
-    EXPECT_EQ(o.result().s, "xx");  // the text was cut at 2047 before the tail is taken
-    // Length-sized pops are whole, however long.
-    o = h.call(champ, {S(big + ";z"), S(";"), I(2)});
-    EXPECT_EQ(o.result(), S("z"));
-    // strreplace pops search and replacement with capacity 4096.
-    o = h.call(strreplace, {S("ab"), S("a"), S(std::string(5000, 'r'))});
-    EXPECT_EQ(o.result().s, std::string(4095, 'r') + "b");
+    run_cases({
+        {"upper cut", upper, {S(big)}, S(std::string(2047, 'X'))},
+        {"capitalize cut", capitalize, {S(std::string(300, 'b'))}, S("B" + std::string(198, 'b'))},
+        // the text was cut at 2047 before the tail is taken
+        {"lastchars of a cut text", lastchars, {S(big + "yz"), I(2)}, S("xx")},
+        // length-sized pops are whole, however long
+        {"champ of a long text", champ, {S(big + ";z"), S(";"), I(2)}, S("z")},
+        // search and replacement popped with capacity 4096
+        {"strreplace cut", strreplace, {S("ab"), S("a"), S(std::string(5000, 'r'))},
+         S(std::string(4095, 'r') + "b")},
+    });
 }
 
 // Newest value first; a wrong count of arguments and over-long values.
@@ -176,23 +174,13 @@ TEST(GroupConcat, Accumulates) {
 }
 
 TEST(ListMatches, CountsTokens) {
-    struct {
-        const char *list, *delims, *pattern;
-        double expected;
-    } cases[] = {
-        {"a,b,,c", ",", "b", 1.0 / 3},
-        {"", ",", "*", 0.0},
-        {",,,", ",", "*", 0.0},
-        {"abc", ",", "a*", 1.0},
-        {"apple pear; plum", " ;", "p*", 2.0 / 3},
-        {"a1 b2 c3", " ", "[ab]?", 2.0 / 3},
-    };
-    for (const auto &c : cases) {
-        TestHost h;
-        Outcome o = h.call(list_matches, {S(c.list), S(c.delims), S(c.pattern)});
-        ASSERT_TRUE(o.exact(1)) << c.list;
-        EXPECT_DOUBLE_EQ(o.result().d, c.expected) << c.list << " / " << c.pattern;
-    }
+    run_cases({
+        {"one of three", list_matches, {S("a,b,,c"), S(","), S("b")}, D(1.0 / 3)},
+        {"no token", list_matches, {S(",,,"), S(","), S("*")}, D(0)},
+        {"one token", list_matches, {S("abc"), S(","), S("a*")}, D(1)},
+        {"two delimiters", list_matches, {S("apple pear; plum"), S(" ;"), S("p*")}, D(2.0 / 3)},
+        {"a set", list_matches, {S("a1 b2 c3"), S(" "), S("[ab]?")}, D(2.0 / 3)},
+    });
 }
 
 TEST(Describe, Answers) {
