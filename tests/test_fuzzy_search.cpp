@@ -1,4 +1,5 @@
-// Pattern compilation, hostile input, highlights, excerpts and markers.
+// Pattern compilation, hostile input, highlights, excerpts and markers;
+// character sets and standard words.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -146,7 +147,8 @@ TEST_F(Fuzzy, HighlightAndExcerpt) {
         {"excerpt no term", fuzzyexcerpt, {S(""), S("abc"), I(2), I(20)}, ""},
         // The window would start on the second byte of an e acute: it
         // starts after that character instead, and ends before a cut one.
-        {"excerpt window inside a character", fuzzyexcerpt, {S("dupont"), S(e5 + " Dupont " + e5), I(2), I(20)},
+        {"excerpt window inside a character", fuzzyexcerpt,
+         {S("dupont"), S(e5 + " Dupont " + e5), I(2), I(20)},
          e5.substr(2) + " " + wrap("Dupont", 1.0) + " " + e5.substr(2) + " ..."},
         // In ISO-8859-1 the same bytes are characters of their own.
         {"excerpt window in single bytes", fuzzyexcerpt,
@@ -219,17 +221,20 @@ TEST_F(Fuzzy, LongResultsAndTheHostLimit) {
             udfkit_set_result_limit(limit);  // 0: none
             const bool refused = limit == int64_t(c.want.size()) - 1;
             Outcome o = h.call(c.fn, c.args);
-            EXPECT_TRUE(refused ? o.exact(0) : o.exact(1) && o.result().s == c.want) << c.name << " " << limit;
+            EXPECT_TRUE(refused ? o.exact(0) : o.exact(1) && o.result().s == c.want)
+                << c.name << " " << limit;
             EXPECT_EQ(udfkit_result_refused(), refused) << c.name << " " << limit;
         }
     udfkit_set_result_limit(0);
 }
 
-// Whether the system's converter takes s as UTF-8.
-bool valid_utf8(const std::string &s) {
-    char *r = Iconv(s.c_str(), -1, "UTF-8", "UTF-16LE");
+// Iconv as a string; "<null>" on failure.
+std::string conv(const std::string &in, int32_t len, const char *from, const char *to) {
+    char *r = Iconv(in.c_str(), len, from, to);
+    if (!r) return "<null>";
+    std::string s = r;
     std::free(r);
-    return r != nullptr;
+    return s;
 }
 
 // Excerpt pieces of a UTF-8 text hold whole characters, whatever the
@@ -242,9 +247,82 @@ TEST_F(Fuzzy, ExcerptWindowsKeepWholeCharacters) {
                 std::string side = std::string(lead, 'a');
                 for (int i = 0; i < 12; ++i) side += ch;
                 const std::string text = side + " Dupont " + side + "\nJean " + side;
-                EXPECT_TRUE(valid_utf8(call_str(fuzzyexcerpt, {S("dupont jean"), S(text), I(4), I(length)})))
+                const std::string got = call_str(fuzzyexcerpt, {S("dupont jean"), S(text), I(4), I(length)});
+                EXPECT_NE(conv(got, -1, "UTF-8", "UTF-16LE"), "<null>")
                     << ch << " lead " << lead << " length " << length;
             }
+}
+
+// ---------------------------------------------------------------- character sets
+
+// Lengths: measured (-1), exact, 0 (a flush only), negative (refused).
+// The character sets are tried through the SQL function below.
+TEST_F(Fuzzy, IconvLengths) {
+    struct {
+        std::string in;
+        int32_t len;
+        std::string want;
+    } cases[] = {{"caf\xc3\xa9", -1, "caf\xe9"}, {"abcdef", 3, "abc"}, {"abc", 0, ""}, {"abc", -2, "<null>"}};
+    for (const auto &c : cases) EXPECT_EQ(conv(c.in, c.len, "UTF-8", "ISO-8859-1"), c.want) << c.len;
+}
+
+// The built-in folding for UTF-8 and ISO-8859-1 (names in any case);
+// other names go through iconv's transliteration.
+TEST_F(Fuzzy, StandardWordsFoldByCharacterSet) {
+    const char *cases[][3] = {
+        {"UTF-8", "caf\xc3\xa9", "CAFE"},
+        {"utf-8", "\xc3\x89lan", "ELAN"},
+        {"UTF-8", "\xc3\x86r\xc3\xb8", "R"},  // unlisted letters vanish
+        {"UTF-8", "\xe2\x82\xac" "5", "5"},
+        {"UTF-8", "\xc3\x8eLE", "LE"},
+        {"UTF-8", "\xc3\xa7\xc3\xa0 et l\xc3\xa0", "CA ET LA"},
+        {"UTF-8", "ab\xc3", "AB"},
+        {"UTF-8", "\xc2\xa0x", "X"},
+        {"UTF-8", "\xc3" "a!", "!"},  // both bytes of an unlisted pair vanish
+        {"UTF-8", "", ""},
+        {"iso-8859-1", "\xc6\xd8\xc5", "A"},
+        {"iso-8859-1", "\xf0", "O"},
+        {"iso-8859-1", "\xcc\xee", "I"},
+        {"iso-8859-1", "\xe7" "a", "CA"},
+        {"iso-8859-1", "\xd1\xf1o", "NNO"},
+        {"iso-8859-1", "\xe5\xec\xed", ""},
+        // What accented letters become depends on the locale; the ligature
+        // and the euro sign transliterate in every locale.
+        {"utf8", "c\xc5\x93ur\xe2\x82\xac", "COEUREUR"},
+        {"NO-SUCH-CHARSET", "ab\xc3\xa9", "AB\xc3\xa9"},  // upper-cased, high bytes kept
+    };
+    for (const auto &c : cases) {
+        std::strncpy(IsoCode, c[0], sizeof IsoCode - 1);
+        char out[UDFKIT_STDMOT_SIZE];
+        std::memset(out, 'Z', sizeof out);
+        MakeStdMot(c[1], out);
+        EXPECT_STREQ(out, c[2]) << c[0] << " " << c[1];
+    }
+}
+
+TEST_F(Fuzzy, ConvertFunction) {
+    std::string latin(200, '\xe9'), utf8;
+    for (int i = 0; i < 200; ++i) utf8 += "\xc3\xa9";
+    const Call cases[] = {
+        {"utf8 to latin1", convert, {S("caf\xc3\xa9"), S("UTF-8"), S("ISO-8859-1")}, "caf\xe9"},
+        {"doubling: the buffer grows", convert, {S(latin), S("ISO-8859-1"), S("UTF-8")}, utf8},
+        {"translit", convert, {S("5\xe2\x82\xac"), S("UTF-8"), S("ASCII//TRANSLIT")}, "5EUR"},
+        {"empty", convert, {S(""), S("UTF-8"), S("ISO-8859-1")}, ""},
+        // Whatever cannot be converted comes back as is.
+        {"unknown charset", convert, {S("abc"), S("NO-SUCH"), S("UTF-8")}, "abc"},
+        {"invalid sequence", convert, {S("a\xc3("), S("UTF-8"), S("ISO-8859-1")}, "a\xc3("},
+        {"incomplete sequence", convert, {S("a\xc3"), S("UTF-8"), S("ISO-8859-1")}, "a\xc3"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(call_str(c.fn, c.args), c.want) << c.name;
+}
+
+TEST_F(Fuzzy, SetIsoCode) {
+    TestHost h;
+    EXPECT_TRUE(h.call(fuzzysetisocode, {S("ISO-8859-1")}).exact(0));
+    EXPECT_STREQ(IsoCode, "ISO-8859-1");
+    // Long names are cut to the 50-byte setting.
+    h.call(fuzzysetisocode, {S(std::string(80, 'x'))});
+    EXPECT_EQ(std::strlen(IsoCode), 49u);
 }
 
 // One end-to-end check per function and per kind of value (the default

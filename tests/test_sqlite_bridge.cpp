@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "sqlhelp/text.hpp"
 #include "tests/sqlite_fixture.hpp"
@@ -59,6 +60,7 @@ TEST(SqliteBridge, ValueRules) {
         // reals pop as plain decimal text, the shortest that reads back
         {"select concat(2.5e15)", "2500000000000000"},
         {"select concat(-1e-7, ' ', 0.1)", "-0.0000001 0.1"},
+        {"select concat(1, 2.5, 'x')", "12.5x"},
         // a one-character pop takes a byte
         {"select valascii(char(233))", "i:-61"},
         // a character cut at an end of a result is dropped
@@ -70,8 +72,66 @@ TEST(SqliteBridge, ValueRules) {
         {"select convert(x'e9', 'ISO-8859-1', 'UTF-8')", "é"},
         // so does any other result that is not UTF-8
         {"select typeof(upper(x'61ff62'))", "blob"},
+        // results equal to the null of their type are NULL
+        {"select basename('/usr/lib/')", "NULL"},
+        {"select datetimecolumn()", "NULL"},
+        {"select intcolumn()", "NULL"},
+        {"select minx(3, 1, 2)", "r:1"},
+        {"select typeof(asdate(10))", "integer"},
+        // other SQL types and NULL as arguments; integers cut to the pop's width
+        {"select upper(x'414243')", "ABC"},
+        {"select upper(12)", "12"},
+        {"select strpos('abc', 'c', NULL)", "i:0"},  // a null start is INT32_MIN
+        {"select lastchars('abc', 99999999999)", "abc"},
+        {"select champ('a b', NULL, 1)", "a"},  // a NULL text is the empty text
+        {"select minx(NULL, 2)", "r:2"},
     };
     for (const auto &c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
+}
+
+TEST(SqliteBridge, GroupConcatAggregate) {
+    SqliteDb db;
+    db.exec("create table t(g, v); insert into t values (1,'x'),(1,'y'),(1,'z'),(2,NULL),(3,'w')");
+    const std::vector<std::vector<std::string>> want = {{"i:1", "z,y,x"}, {"i:2", "NULL"}, {"i:3", "w"}};
+    EXPECT_EQ(db.rows("select g, group_concat(v, ',') from t group by g order by g"), want);
+    // The one-argument form is still SQLite's own.
+    EXPECT_EQ(db.one("select group_concat(v) from t where g = 1"), "x,y,z");
+    EXPECT_EQ(db.one("select group_concat(v, ',') from t where 0"), "NULL");
+}
+
+// Long texts and many rows cross whole.
+TEST(SqliteBridge, LongTextsAndManyRows) {
+    SqliteDb db;
+    db.exec("create table big(x); insert into big values (printf('%.*c', 100000, 'a'))");
+    EXPECT_EQ(db.one("select length(strreplace(x, 'a', 'bcd')) from big"), "i:300000");
+    EXPECT_EQ(db.one("select strpos(x || 'z', 'z', 1) from big"), "i:100001");
+    db.exec("create table n(i); with recursive c(i) as (select 1 union all select i+1 from c where i < 5000) "
+            "insert into n select i from c");
+    EXPECT_EQ(db.one("select sum(length(concat(i, '-', upper('x')))) from n"),
+              "i:" + std::to_string(9 * 3 + 90 * 4 + 900 * 5 + 4001 * 6));
+}
+
+// Anonymisation with the shipped dictionaries: equal inputs give equal
+// outputs, across rows too.
+TEST(SqliteBridge, Anonymisation) {
+    setenv("UDFKIT_DICT_DIR", UDFKIT_SOURCE_DIR "/data", 1);
+    SqliteDb db;
+    const struct { const char *sql, *expected; } cases[] = {
+        {"select anonymize_first('marie', 2)", "Marie-Pierre"},
+        {"select anonymize_last('Dupont')", "Barbier"},
+        {"select anonymize_nss('1234567890123', 255)", "1          ff"},
+        {"select anonymize_email('jean.dupont@example.fr')", "lc97hz18kby@anonyme.invalid"},
+        {"select anonymize_letter('', 'abc')", "NULL"},  // the empty char is NULL
+        {"select anonymize_last(NULL) = anonymize_last('')", "i:1"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(db.one(c.sql), c.expected) << c.sql;
+    db.exec("create table p(first text, sex int, last text, email text);"
+            "insert into p values ('Jean', 0, 'Martin', 'a@x.fr'), ('Anne', 1, 'Petit', 'b@x.fr'),"
+            " ('Jean', 0, 'Martin', 'a@x.fr'), ('Zoé', 2, 'Durand', 'c@y.fr'),"
+            " ('Anne', 1, 'Petit', 'b@x.fr')");
+    EXPECT_EQ(db.one("select count(distinct anonymize_first(first, sex) || '/' ||"
+                     " anonymize_last(last) || '/' || anonymize_email(email)) from p"),
+              "i:3");
 }
 
 // A picture mask lays out a real exactly as it lays out the same number
