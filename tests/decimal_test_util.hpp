@@ -29,19 +29,16 @@ inline Decimal parse(const std::string &s) {
     return d;
 }
 
-// Exact text of a value: every fraction digit it holds, no padding.
-inline std::string text(const Decimal &d) {
-    char f[201];
-    _dectoasc(&d, f, 200, -1);
-    std::string s(f, 200);
-    s.erase(s.find_last_not_of(' ') + 1);
-    return s;
-}
-
 inline std::string field(const Decimal &d, int len, int right) {
     std::string f(static_cast<size_t>(len), '#');
     _dectoasc(&d, f.data(), len, right);
     return f;
+}
+
+// Exact text of a value: every fraction digit it holds, no padding.
+inline std::string text(const Decimal &d) {
+    std::string s = field(d, 200, -1);
+    return s.erase(s.find_last_not_of(' ') + 1);
 }
 
 // Header and counted digits, e.g. "e3 +1 [1 23 45]".

@@ -89,9 +89,6 @@ void one_row(TestHost &h) {
     };
 }
 
-// A document nested `depth` levels deep.
-std::string nested(int depth) { return repeat("[", depth) + "1" + repeat("]", depth); }
-
 // The sanitizers' red zones make every frame larger than what ships.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define UDFKIT_SKIP_UNDER_SANITIZERS() GTEST_SKIP() << "frames carry red zones"
@@ -173,14 +170,12 @@ TEST(Stack, EveryFamilyStaysWithinItsBudget) {
         {"conversions",
          [] {
              double d = 1e300;
-             SqlVar v{};
-             v.var_type = UDF_T_FLOAT;
-             v.var_data = &d;
-             cvt_char(&v);
+             SqlVar v{UDF_T_FLOAT, 8, &d};
              VChar vc;
+             Decimal out;
+             cvt_char(&v);
              cvt_vchar(&v, &vc);
              std::free(vc.vc_data);
-             Decimal out;
              cvt_decimal(&v, &out);
          }},
         {"md5",
@@ -201,7 +196,8 @@ TEST(Stack, EveryFamilyStaysWithinItsBudget) {
 // needs is stated in the README and checked here.
 TEST(Stack, JsonParserAtItsDepthLimit) {
     UDFKIT_SKIP_UNDER_SANITIZERS();
-    const std::string deepest = nested(udfkit::json::kMaxDepth);
+    const int depth = udfkit::json::kMaxDepth;
+    const std::string deepest = repeat("[", depth) + "1" + repeat("]", depth);
     const size_t empty = stack_depth([] {}, 1 << 20);
     const size_t used = stack_depth(
         [&] {
@@ -217,7 +213,7 @@ TEST(Stack, JsonParserAtItsDepthLimit) {
 #else
     const size_t stated = 256 * 1024;  // unoptimised frames
 #endif
-    EXPECT_LE(used - empty, stated) << "at depth " << udfkit::json::kMaxDepth;
+    EXPECT_LE(used - empty, stated) << "at depth " << depth;
 }
 
 }  // namespace
