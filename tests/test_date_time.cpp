@@ -73,12 +73,12 @@ TEST_F(DateTest, TwoDigitYearsFollowTheCenturies) {
     set_settings("DMY4/", "YMD4-");
     EXPECT_EQ(Char2GMT("2020-12-25 13:45"), kChristmasUtc + 13 * 3600 + 45 * 60);
     EXPECT_EQ(Char2GMT("201225"), kChristmasUtc);
-    set_settings("DMY4/", "DDM4-");  // the year is never named: month 0 ... or none
-    EXPECT_EQ(Char2GMT("25122020"), UDFKIT_NULL_DATETIME);
-    EXPECT_EQ(IsConvertionError(), 1);
-    set_settings("DMY4/", "YYY4-");  // asks for more digits than there are
-    EXPECT_EQ(Char2GMT("25122020"), UDFKIT_NULL_DATETIME);
-    EXPECT_EQ(IsConvertionError(), 1);
+    // The year never named, or more digits asked for than there are.
+    for (const char *setting : {"DDM4-", "YYY4-"}) {
+        set_settings("DMY4/", setting);
+        EXPECT_EQ(Char2GMT("25122020"), UDFKIT_NULL_DATETIME) << setting;
+        EXPECT_EQ(IsConvertionError(), 1) << setting;
+    }
 }
 
 // Local times that do not exist or exist twice still give a moment of the

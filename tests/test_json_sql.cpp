@@ -1,7 +1,6 @@
 // The JSON SQL functions through the in-memory test host.
 #include <gtest/gtest.h>
 
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <random>
@@ -32,7 +31,6 @@ public:
         EXPECT_TRUE(o.exact(1));
         return static_cast<int>(o.result().i);
     }
-    // Runs fn on args; expects every argument popped.
     std::vector<Value> run(udfkit_sqlfunc fn, const std::vector<Value> &args) {
         Outcome o = h.call(fn, args);
         EXPECT_EQ(o.leftover, 0);

@@ -2,7 +2,6 @@
 // and through the SQLite extension.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "host/testhost.hpp"

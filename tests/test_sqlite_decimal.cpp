@@ -29,7 +29,6 @@ TEST(SqliteDecimal, ScalarFunctions) {
         {"select dec_unpack(x'ee88')", "NULL"},
         {"select dec_add(x'33212ba06dd71396e8f3db43', 0)", "NULL"},
         {"select dec_add('-', 1)", "NULL"},
-        {"select dec_add('e5', 0)", "NULL"},
         {"select dec_add('1e200', 1)", "NULL"},
     };
     for (const auto &c : cases) EXPECT_EQ(db.one(c.sql), c.want) << c.sql;
