@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <string>
 
@@ -41,12 +42,9 @@ std::set<std::string> exported() {
         if (std::sscanf(line, "%63s %7s %899s", addr, kind, name) != 3) continue;
         std::string n = name;
         if (auto at = n.find('@'); at != std::string::npos) n.resize(at);
-        // Symbols of the C++ runtime, linker and sanitizer bookkeeping are not ours.
-        if (n.rfind("_ZN", 0) == 0 || n.rfind("_ZT", 0) == 0 || n.rfind("_ZS", 0) == 0 ||
-            n == "_init" || n == "_fini" || n == "__bss_start" || n == "_edata" || n == "_end" ||
-            n.rfind("__odr_asan", 0) == 0)  // AddressSanitizer's marks on exported variables
-            continue;
-        names.insert(n);
+        // Symbols of the C++ runtime, the linker and AddressSanitizer are not ours.
+        static const std::regex theirs("_Z[NTS].*|_init|_fini|__bss_start|_edata|_end|__odr_asan.*");
+        if (!std::regex_match(n, theirs)) names.insert(n);
     }
     pclose(p);
     return names;

@@ -20,8 +20,6 @@ namespace {
 constexpr const char *kFrench = "Le petit chat est sur le toit de la maison";
 constexpr const char *kPangram = "The quick brown fox jumps over the lazy dog";
 
-bool is_letter(int c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
 std::string upper(std::string s) {
     for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return s;
@@ -43,26 +41,12 @@ TEST(QualityScores, ReferenceSentences) {
     }
 }
 
-// A letter pair of neither table.
-std::string absent_pair() {
-    for (int a = 'A'; a <= 'z'; ++a)
-        for (int b = 'A'; b <= 'z'; ++b) {
-            if (!is_letter(a) || !is_letter(b)) continue;
-            bool found = false;
-            for (const DigramEntry &r : FreqDigram) found = found || r.key == a * 256 + b;
-            if (!found) return std::string{static_cast<char>(a), static_cast<char>(b)};
-        }
-    return "";
-}
-
 TEST(QualityScores, TextsThatScoreZero) {
-    const std::string absent = absent_pair();
-    ASSERT_EQ(absent.size(), 2u);
     const struct { std::string text; int caseless; bool freq_zero; } cases[] = {  // digram always 0
         {"", 1, true},       {"12 + 7 = 19 !", 1, true}, {"\xc3\xa9\xc3\xa0", 0, true},  // no ASCII letter
         {"e", 0, true},      {"E", 1, true},             // one letter: one byte
         {"a b c d", 0, false},                           // letters but no pair
-        {absent + " " + absent, 0, false},               // a pair the reference never shows
+        {"AO AO", 0, false},                             // a pair the reference never shows
     };
     for (const auto &c : cases) {
         SCOPED_TRACE("'" + c.text + "' caseless " + std::to_string(c.caseless));

@@ -71,16 +71,12 @@ ROWS = [
     # JSON: parser 0 in a fresh process of either host
     (f"jsonlib_createparser('{DOC}')", None),
     ("jsonlib_extractobject(0, '$.a.b[1]')", None),
-    ("jsonlib_extractobject(0, '$.a.b[3]')", None),
     ("jsonlib_extractobject(0, '$.n')", None),
     ("jsonlib_getkey(jsonlib_extractobject(0, '$'))", None),
     ("jsonlib_getvalue(jsonlib_getvalue(jsonlib_extractobject(0, '$.a')))", None),
     ("(select kind from jsonlib_getobject(0))", None),
-    ("(select jsonlib_getkey(handle) from jsonlib_getobject(0))", None),
     ("(select key from jsonlib_getkeyvalue((select handle from jsonlib_getobject(0))))", None),
     ("(select kind || jsonlib_getkey(handle) from jsonlib_next((select handle from jsonlib_getobject(0))))",
-     None),
-    ("(select coalesce(kind, '-') || handle from jsonlib_next((select handle from jsonlib_getobject(0))))",
      None),
     ("jsonlib_getvalue4key((select handle from jsonlib_getobject(0)), 'n')", None),
     ("!select jsonlib_freeparser(0)", None),
@@ -96,7 +92,6 @@ ROWS = [
     ("coltype2string(100, 0)", None),
     ("coltype2null(16386)", None),
     ("colattribute(1, 7, 'label')", None),
-    ("colattribute(1, 11, 'it''s')", None),
     ("colattributes(1, 11)", None),
     # anonymisation (dictionaries from UDFKIT_DICT_DIR)
     ("anonymize_first('marie', 2)", None),
@@ -112,7 +107,6 @@ ROWS = [
     # dates and datetimes (both processes in UTC)
     ("datetext(todate('25/12/2020'))", None),
     ("todate('25/12/2020')", "todate('25/12/2020') - date '1809-12-31'"),
-    ("todate('29/02/2021')", None),
     ("todatetime('25/12/2020 13:45')", "extract(epoch from todatetime('25/12/2020 13:45'))::bigint"),
     ("datetimetext(todatetime('25/12/2020 13:45'))", None),
     ("datesettings()", None),
@@ -121,7 +115,6 @@ ROWS = [
     ("dec_format('3.14159', 5, 4)", "dec_format(3.14159, 5, 4)"),
     ("hex(dec_pack('12345', 4))", "upper(encode(dec_pack(12345, 4), 'hex'))"),
     ("dec_unpack(dec_pack('0.995', 2))", "dec_unpack(dec_pack(0.995, 2))"),
-    ("dec_unpack(x'ee88')", "dec_unpack('\\xee88'::bytea)"),
     # conversions and the error flag
     ("cvt('  42abc', 'integer')", None),
     ("cvt('abc', 'integer')", None),

@@ -17,9 +17,6 @@ select fuzzysetspans('{', '}');
 select fuzzyhighlight('dupont', 'M. Dupond') as in_transaction;
 rollback;
 select fuzzyhighlight('dupont', 'M. Dupond') as after_rollback;
--- A marker with other conversions is written as literal text.
-select fuzzysetspans('%s%n', '%n');
-select fuzzyhighlight('dupont', 'M. Dupond') as literal_markers;
 reset udfkit.span_open;
 reset udfkit.span_close;
 select fuzzyhighlight('dupont', 'M. Dupond') as defaults;
