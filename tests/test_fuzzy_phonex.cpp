@@ -1,8 +1,10 @@
-// Phonex keys, long words, edit distances (against a plain reference).
+// Phonex keys, long words, edit distances and the search, against plain
+// references.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -70,20 +72,16 @@ struct Rows {
     std::vector<int32_t> least;  // least[i - 1]: row i
     int32_t last = 0;
     Rows(const std::string &a, const std::string &b) {
-        const size_t l2 = b.size();
-        std::vector<int32_t> prev(l2 + 1), cur(l2 + 1);
-        for (size_t j = 0; j <= l2; ++j) prev[j] = (int32_t)j;
+        std::vector<int32_t> prev(b.size() + 1), cur(b.size() + 1);
+        std::iota(prev.begin(), prev.end(), 0);
         for (size_t i = 1; i <= a.size(); ++i) {
             cur[0] = prev[0] + 1;
-            int32_t low = INT32_MAX;
-            for (size_t j = 1; j <= l2; ++j) {
-                cur[j] = std::min({prev[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1), prev[j] + 1, cur[j - 1] + 1});
-                low = std::min(low, cur[j]);
-            }
-            least.push_back(low);
+            for (size_t j = 1; j <= b.size(); ++j)
+                cur[j] = std::min({prev[j - 1] + (a[i - 1] != b[j - 1]), prev[j] + 1, cur[j - 1] + 1});
+            least.push_back(b.empty() ? INT32_MAX : *std::min_element(cur.begin() + 1, cur.end()));
             std::swap(prev, cur);
         }
-        last = prev[l2];
+        last = prev[b.size()];
     }
     // The result for strings of lengths l1 and l2 (the programme ran only
     // when both are within the limit); INT32_MAX: no cut-off.
@@ -171,6 +169,151 @@ TEST(LevDist, SameAsTheTwoRowProgramme) {
         compare_with_two_rows();
     }
     udfkit::fuzzy::lev_avx2 = avx2;
+}
+
+// ---------------------------------------------------------------- the search
+// The search against a plain transcription of its algorithm: the scores,
+// and every term's position, length, score and cutoff, must be the same to
+// the bit.  The search skips work that cannot change its outcome; this test
+// is what keeps those shortcuts honest.  Known scores hold the
+// transcription to account.
+
+struct TermResult {
+    int32_t cutoff, position, matchLength;
+    double score;
+};
+
+bool delimiter(char c) { return c && std::strchr(" :,;.-'/\n`*+#!?(){}[]=~$<>_", c) != nullptr; }
+
+// One term against one word of the text, given as its standard form and
+// its key; cutoff is the term's best distance so far.
+double term_score(const SearchTerm &t, const char *stdw, const char *key, bool cut_mode, int32_t &cutoff) {
+    const char *x = t.std ? stdw : key;
+    const int xl = (int)std::strlen(x);
+    if (xl == 0) return 0;
+    int d = cut_mode ? LevDistCutOff(x, t.word, cutoff) : LevDist(x, t.word);
+    if (cut_mode) cutoff = std::min(cutoff, d);
+    if (t.quoted) d *= 2;
+    return std::max(0.0, 1 - (double)d / (double)std::max(t.length, xl));
+}
+
+// Scores text against the compiled table the slow way, writing the
+// per-search fields into out (the table itself is left alone).
+double reference(const std::string &text, std::vector<TermResult> &out) {
+    int n = 0;
+    while (n < UDFKIT_MAX_TERMS && Recherche[n].word) ++n;
+    out.assign(n, TermResult{255, -1, 0, 0.0});
+    const bool cut_mode = std::none_of(Recherche, Recherche + n, [](auto &t) { return t.op == TERM_PHRASE; });
+    // A single term only meets words of half to one and a half its length.
+    const int lo = n == 1 ? Recherche[0].length / 2 : -1, hi = n == 1 ? 3 * Recherche[0].length / 2 : 255;
+    std::vector<double> prev(n, 0.0), cur(n, 0.0);
+    for (size_t i = 0, off; n > 0 && i < text.size();) {
+        while (i < text.size() && delimiter(text[i])) ++i;
+        for (off = i; i < text.size() && !delimiter(text[i]);) ++i;
+        if (off == i) break;
+        const std::string w = text.substr(off, i - off);
+        char stdw[UDFKIT_STDMOT_SIZE], key[UDFKIT_PHONKEY_SIZE];
+        MakeStdMot(w.c_str(), stdw);
+        const int len = (int)std::strlen(stdw);
+        if (len == 0 || len <= lo || len >= hi) continue;
+        Phonetiseur(stdw, key);
+        for (int j = 0; j < n; ++j) {
+            double s = term_score(Recherche[j], stdw, key, cut_mode, out[j].cutoff);
+            if (Recherche[j].op == TERM_PHRASE && j > 0) s *= prev[j - 1];
+            if (s > out[j].score) out[j] = {out[j].cutoff, (int32_t)off, (int32_t)w.size(), s};
+            cur[j] = s;
+        }
+        prev = cur;
+    }
+    // Optional terms are averaged; the others multiply what comes before.
+    double a = 0;
+    int count = 0;
+    for (int j = 0; j < n; ++j) {
+        if (Recherche[j].op == TERM_OPTIONAL) a += out[j].score, ++count;
+        else a *= Recherche[j].op == TERM_EXCLUDED ? 1 - out[j].score : out[j].score;
+    }
+    return std::clamp(count ? a / count : a, 0.0, 1.0);
+}
+
+// Searches text for pattern, compiled afresh under the phonetics in force,
+// and runs the transcription on the same table: true when both agree to
+// the bit.
+bool agree(const std::string &pattern, const std::string &text, double *score) {
+    BuildRecherche("");
+    *score = FuzzySearch(pattern.c_str(), text.c_str());
+    std::vector<TermResult> want;
+    const double expect = reference(text, want);
+    bool same = std::memcmp(score, &expect, sizeof expect) == 0;
+    for (size_t j = 0; j < want.size(); ++j) {
+        const SearchTerm &t = Recherche[j];
+        const TermResult &w = want[j];
+        same = same && t.position == w.position && t.cutoff == w.cutoff &&
+               (w.position < 0 || (t.matchLength == w.matchLength && t.score == w.score));
+    }
+    return same;
+}
+
+// 1 - 1/3 and (3 - 1)/3 differ in the last bit: the score is the former.
+TEST(FuzzyReference, KnownScores) {
+    struct {
+        const char *pattern, *text;
+        double want;
+        int position;  // of the first term
+    } cases[] = {
+        {"dupont", "M. Dupond habite ici", 1 - 1.0 / 6, 3},
+        {"123", "124", 1 - 1.0 / 3, 0},
+        {"jean +dupont", "Jean Dupond", 1 - 1.0 / 6, 0},
+        {"+dupont jean", "Jean Dupond", 1.0, 5},
+        {"+dupont", "Dupont", 0.0, 0},
+        {"martin -paris", "Martine de Paris", 0.0, 0},
+        {"'rue de la paix'", "12 rue de la Paix, Paris", 1.0, 3},
+        {"'rue de la paix'", "la paix de la rue", 0.0, 14},
+        {"'dupond'", "Dupont", 1 - 2.0 / 6, 0},
+        {"dupont", "Dupont et Dupont", 1.0, 0},  // the first exact match keeps the position
+        {"a", "a b a", 0.0, -1},                 // a one-byte term never matches
+        {"dupont", " .,;", 0.0, -1},
+        {" ,+", "Dupont", 0.0, 0},  // no term
+    };
+    std::strcpy(IsoCode, "UTF-8");
+    for (const auto &c : cases) {
+        double got = -1;
+        EXPECT_TRUE(agree(c.pattern, c.text, &got)) << c.pattern << " / " << c.text;
+        EXPECT_EQ(got, c.want) << c.pattern << " / " << c.text;
+        if (Recherche[0].word) {
+            EXPECT_EQ(Recherche[0].position, c.position) << c.pattern << " / " << c.text;
+        }
+    }
+    BuildRecherche("");
+}
+
+TEST(FuzzyReference, RandomPatternsAndTexts) {
+    const char *vocab[] = {"dupont", "dupond", "Dupont", "jean", "Jean", "martin", "martine",
+                           "paris", "Paris", "rue", "de", "la", "paix", "Paix", "fichier",
+                           "fichiers", "ficher", "option", "options", "ligne", "commande",
+                           "caf\xc3\xa9", "cafe", "\xc3\x89lan", "2024", "2042", "st.louis",
+                           "philippe", "filipe", "a", "b", "xyz", "chanson", "chansons",
+                           "maison", "maisons", "saison", "quatre", "queue", "eau", "seaux"};
+    const char *seps[] = {" ", " ", " ", ", ", ". ", "-", "'", "\n", " (", ") "};
+    const char *pat_seps[] = {" ", " ", " +", " -", ",", " '", "' ", " \"", "\" ", "'"};
+    std::mt19937 rng(20261123);
+    auto pick = [&](auto &arr) { return std::string(arr[rng() % (sizeof arr / sizeof arr[0])]); };
+    std::strcpy(IsoCode, "UTF-8");
+    int failures = 0;
+    for (int c = 0; c < 20000 && failures < 5; ++c) {
+        Phonetiseur = rng() % 4 ? Phonex : PhonexNone;
+        std::string pattern, text;
+        if (rng() % 3 == 0) pattern = pick(pat_seps).substr(1);
+        for (int k = 0, nt = 1 + rng() % 6; k < nt; ++k) pattern += (k ? pick(pat_seps) : "") + pick(vocab);
+        // Some texts are long enough for the search to remember keys.
+        for (int k = 0, nw = c % 40 == 0 ? 600 + rng() % 600 : rng() % 30; k < nw; ++k)
+            text += pick(vocab) + pick(seps);
+        double score;
+        if (agree(pattern, text, &score)) continue;
+        ++failures;
+        ADD_FAILURE() << "pattern [" << pattern << "] text [" << text << "]: " << score;
+    }
+    Phonetiseur = Phonex;
+    BuildRecherche("");
 }
 
 }  // namespace
