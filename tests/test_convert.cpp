@@ -1,5 +1,5 @@
 // Conversions between SQL types: the matrix, the text rules, the range
-// tests with their hook, and the error flag.
+// tests with their hook, and the error flag; null values of every type.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -281,6 +281,66 @@ TEST(Convert, ToDecimal) {
     Src far = txt("1E20");  // rounding beyond the sixteenth digit
     Decimal out;
     EXPECT_EQ(cvt_decimal_prec(far.sv(), &out, 32 * 256 + 12), DEC_EROUNDPOS);
+}
+
+TEST(Null, IsNullVarPerType) {
+    const struct { const char *name; Src src; int32_t null; } cases[] = {
+        {"char empty", txt(""), 1},
+        {"smallint min", num<int16_t>(UDF_T_SMALLINT, -32768), 1},
+        {"smallint -32767", num<int16_t>(UDF_T_SMALLINT, -32767), 0},
+        {"date 0", date(0), 1},
+        {"datetime32 0", i32(0, UDF_T_DATETIME32), 0},
+        {"float quiet NaN", dbl(std::nan("")), 0},
+        {"float low half ones", num<uint64_t>(UDF_T_FLOAT, 0xffffffffull), 0},
+        {"smallfloat ones", num<uint64_t>(UDF_T_SMALLFLOAT, ~0ull), 0},
+        {"datetime min+1", i64(INT64_MIN + 1, UDF_T_DATETIME), 0},
+        {"user type", i64(INT64_MIN, 14), 0},
+    };
+    for (auto c : cases) EXPECT_EQ(_is_null_var(c.src.sv()), c.null) << c.name;
+}
+
+// What _nullvar writes is exactly what _is_null_var accepts, and no more.
+TEST(Null, NullvarPerType) {
+    const struct { uint16_t type; size_t written; } cases[] = {  // bytes changed from the 0x11 fill
+        {UDF_T_CHAR, 1},     {UDF_T_SMALLINT, 2},  {UDF_T_INTEGER, 4},   {UDF_T_FLOAT, 8},
+        {UDF_T_DECIMAL, 6},  {UDF_T_SERIAL, 4},    {UDF_T_DATE, 4},      {UDF_T_DATETIME32, 4},
+        {UDF_T_LONGINT, 8},  {UDF_T_TIMESTAMP, 8}, {UDF_T_DATETIME, 8},  {UDF_T_SMALLFLOAT, 0},
+        {15, 0}};
+    for (auto c : cases) {
+        alignas(8) unsigned char cell[32];
+        std::memset(cell, 0x11, sizeof cell);
+        SqlVar var{c.type, 8, cell};
+        EXPECT_EQ(_is_null_var(&var), 0) << c.type;
+        _nullvar(&var);
+        EXPECT_EQ(_is_null_var(&var), c.written ? 1 : 0) << c.type;
+        for (size_t i = c.written; i < sizeof cell; ++i)
+            ASSERT_EQ(cell[i], 0x11) << "type " << c.type << " byte " << i;
+    }
+    // A null decimal: only the sign decides, and the float test says no.
+    Decimal d{};
+    std::memset(&d, 0x11, sizeof d);
+    snulldec(&d);
+    EXPECT_EQ(d.dec_exp, 0);
+    EXPECT_EQ(d.dec_ndgts, 0);
+    d.dec_ndgts = 7;
+    SqlVar var{UDF_T_DECIMAL, 0x0502, &d};
+    EXPECT_EQ(_is_null_var(&var), 1);
+    EXPECT_EQ(_is_nulld(reinterpret_cast<const double *>(&d)), 0);
+    Src f = num<uint64_t>(UDF_T_FLOAT, 0x1111111111111111ull, 4);  // a float null fills var_size bytes
+    _nullvar(f.sv());
+    EXPECT_EQ(f.cell[3], 0xff);
+    EXPECT_EQ(f.cell[4], 0x11);
+}
+
+TEST(Null, VcharReleasesOnce) {
+    VChar vc{5, static_cast<char *>(std::malloc(5))};
+    SqlVar v{UDF_T_BLOB, 0, &vc};
+    EXPECT_EQ(_is_null_var(&v), 0);
+    _nullvar(&v);
+    EXPECT_EQ(_is_null_var(&v), 1);
+    // Already empty: nothing is freed again (the sanitizers would tell).
+    snullvchar(&vc);
+    _nullvar(&v);
 }
 
 }  // namespace
