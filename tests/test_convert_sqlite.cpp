@@ -1,6 +1,6 @@
 // The conversions from SQL through the SQLite extension, end to end: one
 // check per way a value comes in and goes out; the rules are tested in
-// test_sqlhelp_convert.
+// test_convert.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Dates and datetimes from SQL through the real extension, one check per
-// function (the rules are tested in test_sqlhelp_date).  The extension
+// function (the rules are tested in test_date_time).  The extension
 // reads the date settings when it loads, so they are fixed here first.
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The decimal SQL functions of the SQLite extension, end to end: one check
 // per function and per way a value comes in; the rules themselves are
-// tested in test_sqlhelp_decimal.
+// tested in test_decimal.
 #include <string>
 
 #include "tests/sqlite_fixture.hpp"
