@@ -22,12 +22,9 @@ begin
 end $$;
 create view every_function as
 select id,
-       fuzzysearch('dupont jean', note) as search,
-       fuzzyhighlight('dupond paix', note) as highlight,
-       fuzzyexcerpt('rappeler jeudi', note, 2, 20) as excerpt,
-       fuzzyrank('jean dupont', note) as rank,
-       textquality(note, '', 0) as quality,
-       digramquality(note, '', 1) as digrams,
+       fuzzysearch('dupont jean', note) as search, fuzzyhighlight('dupond paix', note) as highlight,
+       fuzzyexcerpt('rappeler jeudi', note, 2, 20) as excerpt, fuzzyrank('jean dupont', note) as rank,
+       textquality(note, '', 0) as quality, digramquality(note, '', 1) as digrams,
        udfkit.format(id * 1.5, '###,###.##') as masked,
        udfkit.upper(note) || capitalize(note) || strreplace(note, 'rue', 'RUE') as strings,
        anonymize_letter(note, 'abcdef') || anonymize_email(note) || anonymize_nss(note, '7') as anonymised
