@@ -115,14 +115,12 @@ TEST(LevDist, Examples) {
     }
 }
 
-// Every pair of lengths 0 to 20 and of lengths around the 16-byte
-// registers, the 64-position words and the 255-byte limit (and past it),
-// as random strings over alphabets of 2 to 200 bytes (bytes above 0x7F
-// included) and as one string and an edited copy of it: small distances,
-// so that the cut-off fires at every row.  Every cut up to 24, those near
-// the distance and a spread of others.  Each string sits in a heap block
-// of exactly its size, so that the sanitizer build catches a read past a
-// terminator.
+// Every pair of lengths 0 to 20 and around the 16-byte registers, the
+// 64-position words and the 255-byte limit (and past it), as random strings
+// over 2 to 200 byte values and as a string and an edited copy (small
+// distances: the cut-off fires at every row); every cut up to 24, those near
+// the distance and a spread of others.  Each string fills its heap block
+// exactly, so that the sanitizer build catches a read past a terminator.
 void compare_with_two_rows() {
     std::vector<int32_t> lengths = {31, 32, 33, 48, 49, 63, 64, 65, 80, 127, 128, 129, 193, 255, 256, 1000};
     for (int32_t n = 0; n <= 20; ++n) lengths.push_back(n);
@@ -172,11 +170,10 @@ TEST(LevDist, SameAsTheTwoRowProgramme) {
 }
 
 // ---------------------------------------------------------------- the search
-// The search against a plain transcription of its algorithm: the scores,
-// and every term's position, length, score and cutoff, must be the same to
-// the bit.  The search skips work that cannot change its outcome; this test
-// is what keeps those shortcuts honest.  Known scores hold the
-// transcription to account.
+// The search against a plain transcription of its algorithm: scores and
+// every term's position, length, score and cutoff the same to the bit (this
+// keeps the search's shortcuts honest; known scores hold the transcription
+// to account).
 
 struct TermResult {
     int32_t cutoff, position, matchLength;

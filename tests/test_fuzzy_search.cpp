@@ -189,10 +189,9 @@ TEST_F(Fuzzy, Markers) {
     }
 }
 
-// Results far longer than the text (long markers on many words, excerpt
-// pieces sent back to the start of the text) come
-// whole; over the host's limit they are refused before they are built:
-// nothing pushed, the call marked; at the limit they are pushed whole.
+// Results far longer than the text (long markers, excerpt pieces sent back
+// to the start) come whole; over the host's limit they are refused before
+// they are built (nothing pushed, the call marked), at the limit pushed whole.
 TEST_F(Fuzzy, LongResultsAndTheHostLimit) {
     TestHost h;
     const std::string open(1000, 'o'), close(1000, 'c');
@@ -239,8 +238,7 @@ std::string conv(const std::string &in, int32_t len, const char *from, const cha
     return s;
 }
 
-// Excerpt pieces of a UTF-8 text hold whole characters, whatever the
-// window widths; in a single-byte character set every byte is one.
+// Excerpt pieces of a UTF-8 text hold whole characters, whatever the widths.
 TEST_F(Fuzzy, ExcerptWindowsKeepWholeCharacters) {
     const char *chars[] = {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"};
     for (const char *ch : chars)
@@ -258,7 +256,6 @@ TEST_F(Fuzzy, ExcerptWindowsKeepWholeCharacters) {
 // ---------------------------------------------------------------- character sets
 
 // Lengths: measured (-1), exact, 0 (a flush only), negative (refused).
-// The character sets are tried through the SQL function below.
 TEST_F(Fuzzy, IconvLengths) {
     struct {
         std::string in;
