@@ -431,7 +431,6 @@ TEST_F(SqlConvert, Values) {
         {text("", "vchar"), "NULL"},
         // a decimal conversion that reports a status gives NULL
         {real(1e308, "decimal"), "NULL"},
-        {real(1e308, "decimal(10,2)"), "NULL"},
         {text(std::string(1000, '9'), "decimal"), "NULL"},
         {text("1e29", "decimal(32,2)"), "t:100000000000000000000000000000.00"},
         // no digit in the mantissa: no number, whatever the runtime reads

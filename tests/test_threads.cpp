@@ -93,17 +93,14 @@ TEST(ThreadPool, CallerThreadForOneWorkerOrOneItem) {
 }
 
 TEST(ThreadPool, WorkerCounts) {
-    ThreadPool *p = ThreadsInit(-1, 0);
-    EXPECT_EQ(p->nthreads, NumCpu);
-    EXPECT_EQ(NumCpu, static_cast<int32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
-    ThreadsEnd(p);
-    for (int32_t odd : {0, -100}) {
-        p = ThreadsInit(odd, 0);
+    for (int32_t asked : {-1, 0, -100}) {  // -1: one per processor; 0 or fewer: one
+        ThreadPool *p = ThreadsInit(asked, 0);
         ASSERT_NE(p, nullptr);
-        EXPECT_EQ(p->nthreads, 1) << odd;
+        EXPECT_EQ(p->nthreads, asked == -1 ? NumCpu : 1) << asked;
         EXPECT_EQ(p->scratch, nullptr);
         ThreadsEnd(p);
     }
+    EXPECT_EQ(NumCpu, static_cast<int32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
 }
 
 // Runs of random sizes, waited or not (an unwaited run leaves a post that
