@@ -365,7 +365,6 @@ TEST(JsonParserDeathTest, OutOfMemoryStopsTheProcess) {
 
 constexpr int kSlots = udfkit::json::kParserSlots;
 
-// Every test starts and ends with an empty parser table.
 class JsonSql : public testing::Test {
 public:
     void SetUp() override { free_all(); }
