@@ -37,9 +37,3 @@ select id, udfkit.fuzzyhighlight('dupont paix', note), udfkit.jsonlib_createpars
 from remote_notes where udfkit.fuzzysearch('dupont', note) > 0.5;
 select id, udfkit.fuzzyhighlight('dupont paix', note) as highlight
 from remote_notes where udfkit.fuzzysearch('dupont', note) > 0.5;
-select postgres_fdw_disconnect_all();
-drop foreign table remote_notes;
-drop user mapping for current_user server node;
-drop server node;
-drop extension postgres_fdw;
-drop database udfkit_node;
