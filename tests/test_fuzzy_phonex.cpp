@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -66,35 +65,8 @@ TEST(Phonex, SetPhonexSwitchesTheFunction) {
     EXPECT_EQ(Phonetiseur, Phonex);
 }
 
-// The two-row programme once per pair, keeping the least cell 1..l2 of
-// each row: the cut-off rule for any cut is then read from it.
-struct Rows {
-    std::vector<int32_t> least;  // least[i - 1]: row i
-    int32_t last = 0;
-    Rows(const std::string &a, const std::string &b) {
-        std::vector<int32_t> prev(b.size() + 1), cur(b.size() + 1);
-        std::iota(prev.begin(), prev.end(), 0);
-        for (size_t i = 1; i <= a.size(); ++i) {
-            cur[0] = prev[0] + 1;
-            for (size_t j = 1; j <= b.size(); ++j)
-                cur[j] = std::min({prev[j - 1] + (a[i - 1] != b[j - 1]), prev[j] + 1, cur[j - 1] + 1});
-            least.push_back(b.empty() ? INT32_MAX : *std::min_element(cur.begin() + 1, cur.end()));
-            std::swap(prev, cur);
-        }
-        last = prev[b.size()];
-    }
-    // The result for strings of lengths l1 and l2 (the programme ran only
-    // when both are within the limit); INT32_MAX: no cut-off.
-    int32_t with_cut(int32_t l1, int32_t l2, int32_t cut) const {
-        if (l1 == 0 || l2 == 0) return l1 + l2;
-        if (l1 > 255 || l2 > 255 || std::abs(l1 - l2) >= cut) return 1000000;
-        for (int32_t v : least)
-            if (v >= cut) return 1000000;
-        return last;
-    }
-};
-
-// Known distances: they hold the reference above to account too.
+// Known distances, the cut-off rule among them (fuzz/fuzz_levdist.cpp
+// compares generated strings with the two-row programme).
 TEST(LevDist, Examples) {
     const std::string w256(256, 'A'), a70(70, 'A'), b65(65, 'B');
     struct {
@@ -113,60 +85,6 @@ TEST(LevDist, Examples) {
         int32_t got = c.cut < 0 ? LevDist(c.a, c.b) : LevDistCutOff(c.a, c.b, c.cut);
         EXPECT_EQ(got, c.want) << c.a << " / " << c.b << " cut " << c.cut;
     }
-}
-
-// Every pair of lengths 0 to 20 and around the 16-byte registers, the
-// 64-position words and the 255-byte limit (and past it), as random strings
-// over 2 to 200 byte values and as a string and an edited copy (small
-// distances: the cut-off fires at every row); every cut up to 24, those near
-// the distance and a spread of others.  Each string fills its heap block
-// exactly, so that the sanitizer build catches a read past a terminator.
-void compare_with_two_rows() {
-    std::vector<int32_t> lengths = {31, 32, 33, 48, 49, 63, 64, 65, 80, 127, 128, 129, 193, 255, 256, 1000};
-    for (int32_t n = 0; n <= 20; ++n) lengths.push_back(n);
-    const int alphabets[] = {2, 200, 4, 26, 3, 5};
-    std::mt19937 rng(777);
-    auto letter = [&](int alphabet) { return (char)(alphabet > 26 ? 1 + rng() % alphabet : 'a' + rng() % alphabet); };
-    int mismatches = 0;
-    for (int32_t l1 : lengths)
-        for (int32_t l2 : lengths)
-            for (int trial = 0; trial < (l1 <= 20 || l2 <= 20 ? 24 : 8) && mismatches < 10; ++trial) {
-                const int alphabet = alphabets[trial / 2 % 6];
-                std::string a(l1, ' '), b(l2, ' ');
-                for (char &c : a) c = letter(alphabet);
-                for (char &c : b) c = letter(alphabet);
-                if (trial % 2) {  // a copy of a, a few bytes changed, cut or padded to l2
-                    b = a.substr(0, l2);
-                    for (int k = rng() % 8; k > 0 && !b.empty(); --k) b[rng() % b.size()] = letter(alphabet);
-                    while ((int32_t)b.size() < l2) b += letter(alphabet);
-                }
-                const std::vector<char> pa(a.c_str(), a.c_str() + l1 + 1), pb(b.c_str(), b.c_str() + l2 + 1);
-                const bool small = l1 <= 255 && l2 <= 255;
-                const Rows rows(small ? a : "", small ? b : "");
-                auto check = [&](int32_t cut) {  // INT32_MAX: LevDist
-                    const int32_t got = cut == INT32_MAX ? LevDist(pa.data(), pb.data())
-                                                         : LevDistCutOff(pa.data(), pb.data(), cut);
-                    if (got == rows.with_cut(l1, l2, small ? cut : 0)) return;
-                    ++mismatches;
-                    ADD_FAILURE() << a << " / " << b << " cut " << cut << ": " << got;
-                };
-                check(INT32_MAX);
-                for (int32_t cut = -2; cut <= std::max(l1, l2) + 2; cut += cut < 24 ? 1 : 1 + rng() % 9) check(cut);
-                for (int32_t d = -3; d <= 3; ++d) check(rows.last + d);
-                check(255);
-                check(1000000);
-            }
-}
-
-// Words of up to 16 bytes take a path built twice, for AVX2 and for any
-// x86-64: both are compared.
-TEST(LevDist, SameAsTheTwoRowProgramme) {
-    const bool avx2 = udfkit::fuzzy::lev_avx2;
-    for (bool use : {avx2, false}) {
-        udfkit::fuzzy::lev_avx2 = use;
-        compare_with_two_rows();
-    }
-    udfkit::fuzzy::lev_avx2 = avx2;
 }
 
 // ---------------------------------------------------------------- the search
