@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzzy/fuzzy_internal.hpp"
 #include "udfkit/fuzzy.h"
 
 namespace {
@@ -63,10 +64,13 @@ double reference(const std::string &text, std::vector<TermResult> &out) {
         for (off = i; i < text.size() && !delimiter(text[i]);) ++i;
         if (off == i) break;
         const std::string w = text.substr(off, i - off);
+        // A word whose standard form does not fit the work buffer is
+        // skipped, as the search skips it.
         char stdw[UDFKIT_STDMOT_SIZE], key[UDFKIT_PHONKEY_SIZE];
-        MakeStdMot(w.c_str(), stdw);
-        const int len = static_cast<int>(std::strlen(stdw));
-        if (len == 0 || len <= lo || len >= hi) continue;
+        bool over = false;
+        const int len = static_cast<int>(udfkit::fuzzy::make_std(udfkit::fuzzy::std_mode(), w.data(), w.size(),
+                                                                   stdw, sizeof stdw, &over));
+        if (over || len == 0 || len <= lo || len >= hi) continue;
         Phonetiseur(stdw, key);
         for (size_t j = 0; j < static_cast<size_t>(n); ++j) {
             double s = term_score(Recherche[j], stdw, key, cut_mode, out[j].cutoff);
