@@ -227,12 +227,11 @@ Scan::Scan(int nterms, size_t text_len)
 }
 
 void Scan::word(const char *text, size_t off, size_t wlen) {
-    // A standard word too long for the work buffer is cut to it, as
-    // MakeStdMot cuts it.  It never matches a term compared by standard
-    // words (the distance gives up beyond 255 bytes), but its phonetic key
-    // can be short enough to match a long phonetic term: it is not skipped.
-    const auto n = static_cast<int32_t>(make_std(mode_, text + off, wlen, stdw_, sizeof stdw_, nullptr, &upper_));
-    if (n == 0 || n <= min_len_ || n >= max_len_) return;
+    // A standard word too long for the work buffer could never match
+    // (the distance gives up beyond 255 bytes): the word is skipped.
+    bool overflow = false;
+    const auto n = static_cast<int32_t>(make_std(mode_, text + off, wlen, stdw_, sizeof stdw_, &overflow, &upper_));
+    if (overflow || n == 0 || n <= min_len_ || n >= max_len_) return;
     n_ = n;
     key_len_ = -1;
     for (int j = 0; j < nterms_; ++j) {
