@@ -12,9 +12,11 @@
 
 #include "fuzz/choices.hpp"
 #include "runtime/decimal_internal.hpp"
+#include "tests/decimal_forms.hpp"
 #include "udfkit/decimal.h"
 
 using fuzzgen::Choices;
+using namespace udfkit::test;
 
 namespace {
 
@@ -32,24 +34,6 @@ Decimal parse(const std::string &s) {
     _deccvasc(s.c_str(), static_cast<int32_t>(s.size()), &d);
     return d;
 }
-
-// Exact text of a value: every fraction digit it holds, no padding.
-std::string text(const Decimal &d) {
-    std::string s(200, '#');
-    _dectoasc(&d, s.data(), 200, -1);
-    return s.erase(s.find_last_not_of(' ') + 1);
-}
-
-// Header and counted digits, e.g. "e3 + [1 23 45]".
-std::string shape(const Decimal &d) {
-    std::string s = "e" + std::to_string(d.dec_exp) + " " +
-                    (d.dec_pos == 1 ? "+" : d.dec_pos == 0 ? "-" : "null") + " [";
-    for (int i = 0; i < d.dec_ndgts && i < DEC_MAXDGTS; ++i)
-        s += (i ? " " : "") + std::to_string(d.dec_digits[i]);
-    return s + "]";
-}
-
-bool same_record(const Decimal &a, const Decimal &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // The reference value m x 10^-12 written as the shortest exact text.
 std::string scaled_text(i128 m) {

@@ -14,10 +14,12 @@
 #include <vector>
 
 #include "sqlhelp/decimal.hpp"
+#include "tests/decimal_forms.hpp"
 #include "udfkit/decimal.h"
 
 namespace {
 using namespace udfkit::sqlhelp;
+using namespace udfkit::test;
 
 // A record with the given header and digits; count defaults to the digits given.
 Decimal rec(int exp, int pos, std::initializer_list<int> digits, int ndgts = INT16_MIN) {
@@ -34,31 +36,6 @@ Decimal parse(const std::string &s) {
     Decimal d{};
     _deccvasc(s.c_str(), static_cast<int32_t>(s.size()), &d);
     return d;
-}
-
-std::string field(const Decimal &d, int len, int right) {
-    std::string f(static_cast<size_t>(len), '#');
-    _dectoasc(&d, f.data(), len, right);
-    return f;
-}
-
-// Exact text of a value: every fraction digit it holds, no padding.
-std::string text(const Decimal &d) {
-    std::string s = field(d, 200, -1);
-    return s.erase(s.find_last_not_of(' ') + 1);
-}
-
-// Header and counted digits, e.g. "e3 + [1 23 45]".
-std::string shape(const Decimal &d) {
-    std::string s = "e" + std::to_string(d.dec_exp) + " " +
-                    (d.dec_pos == 1 ? "+" : d.dec_pos == 0 ? "-" : "null") + " [";
-    for (int i = 0; i < d.dec_ndgts && i < DEC_MAXDGTS; ++i)
-        s += (i ? " " : "") + std::to_string(d.dec_digits[i]);
-    return s + "]";
-}
-
-bool same_record(const Decimal &a, const Decimal &b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 std::string hex(const unsigned char *b, int n) {
