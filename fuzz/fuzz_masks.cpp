@@ -4,13 +4,18 @@
 // result buffer is exactly the mask's length + 1 bytes on the heap, so any
 // overrun is caught by AddressSanitizer; the result must have the mask's
 // width (shorter only under a left-justifying '<').
+// A fourth selector checks the rounding instead: the bytes after it are the
+// choices of a number of up to eight digits, a fraction of up to six and a
+// trailing 5, laid in '&' positions with 0 to 6 places.
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "fuzz/choices.hpp"
 #include "host/testhost.hpp"
 #include "udfkit/masks.h"
 #include "udfkit/sqlfunc.h"
@@ -26,11 +31,37 @@ bool left_justified(const std::string &mask) {
     return mask.substr(0, point).find('<') != std::string::npos;
 }
 
+// Rounding matches reading the text with strtod and printing the value plus
+// 1e-10 with "%.*f"; '&' positions show the printed digits zero-padded.
+void rounding_agrees(fuzzgen::Choices in) {
+    const int places = static_cast<int>(in.below(7));
+    std::string number = std::to_string(in.below(100000000));
+    if (in.below(2)) number += "." + std::to_string(in.below(1000000));
+    if (in.below(4) == 0) number += "5";
+    std::string mask(30, '&');
+    if (places) mask += "." + std::string(places, '&');
+    char want[64];
+    std::snprintf(want, sizeof want, "%0*.*f", static_cast<int>(mask.size()), places,
+                  std::strtod(number.c_str(), nullptr) + 1e-10);
+    std::unique_ptr<char[]> out(new char[mask.size() + 1]);
+    const int rc = _mk_using_nombre(number.c_str(), mask.c_str(), out.get());
+    const std::string got(out.get(), strnlen(out.get(), mask.size() + 1));
+    if (rc != 0 || got.size() > mask.size() || got != want) {
+        std::fprintf(stderr, "number %s, %d places: got \"%s\" (%d), want \"%s\"\n", number.c_str(), places,
+                     got.c_str(), rc, want);
+        std::abort();
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 1) return 0;
     const uint8_t selector = data[0];
+    if (selector % 4 == 3) {
+        rounding_agrees(fuzzgen::Choices(data + 1, size - 1));
+        return 0;
+    }
     std::string input(reinterpret_cast<const char *>(data + 1), size - 1);
     const size_t nl = input.find('\n');
     std::string mask = input.substr(0, nl);
@@ -39,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     value = value.c_str();
     if (value.size() > 1100) value.resize(1100);
 
-    switch (selector % 3) {
+    switch (selector % 4) {
     case 0: {
         std::unique_ptr<char[]> out(new char[mask.size() + 1]);
         _mk_using_nombre(value.c_str(), mask.c_str(), out.get());
