@@ -5,11 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "fuzzy/fuzzy_internal.hpp"
 #include "host/testhost.hpp"
 #include "tests/sqlite_fixture.hpp"
 #include "udfkit/fuzzy.h"
@@ -409,31 +407,6 @@ TEST(FuzzyRank, BadInputGivesAScore) {
     for (const auto &c : cases) {
         const double d = rank(c.query, c.text);
         EXPECT_TRUE(!c.zero || d == 0.0) << c.query << " / " << c.text << ": " << d;
-    }
-}
-
-// The keys of a line of words in one run equal the words' keys one by one,
-// on lines dense in the letters the rules read (and in the digits some
-// rules write), up to the longest line a name gives.
-TEST(FuzzyRank, LineKeysEqualWordKeys) {
-    const char letters[] = "AEIOUYHCPSGNMQRTXZB1234";
-    std::mt19937 rng(7);
-    for (int round = 0; round < 20000; ++round) {
-        std::string line, want;
-        const size_t limit = round % 2 ? 64 : 1 + rng() % 20;
-        while (line.size() < limit) {
-            std::string w(1 + rng() % 9, ' ');
-            for (char &c : w) c = letters[rng() % (sizeof letters - 1)];
-            if (line.size() + w.size() + !line.empty() > limit) break;
-            char key[UDFKIT_PHONKEY_SIZE];
-            Phonex(w.c_str(), key);
-            line += (line.empty() ? "" : " ") + w;
-            want += (want.empty() && line == w ? "" : " ") + std::string(key);
-        }
-        char in[64] = {}, out[64];
-        line.copy(in, sizeof in);
-        const size_t n = udfkit::fuzzy::phonex_words(in, line.size(), out);
-        ASSERT_EQ(std::string(out, n), want) << line;
     }
 }
 
