@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "sqlhelp/text.hpp"
 #include "tests/sqlite_fixture.hpp"
 #include "udfkit/sqlfunc.h"
 
@@ -147,19 +146,4 @@ TEST(SqliteBridge, MasksReadRealsAsTheirText) {
                           db.one("select format('" + std::string(text) + "'" + m1)) << d << " " << mask;
             }
         }
-}
-
-// The glob of hosts without one of their own matches as SQLite's GLOB does.
-TEST(SqliteBridge, SharedGlobAgreesWithSqlite) {
-    const char *pattern_parts[] = {"a", "b", "\xC3\xA9", "*", "?", "[", "]", "^", "-", "[a-b]"};
-    const char *text_parts[] = {"a", "b", "\xC3\xA9", "-", "]", "^", "["};
-    std::srand(12345);
-    for (int round = 0; round < 20000; ++round) {
-        std::string pattern, text;
-        for (int n = std::rand() % 7; n > 0; --n) pattern += pattern_parts[std::rand() % 10];
-        for (int n = std::rand() % 7; n > 0; --n) text += text_parts[std::rand() % 7];
-        EXPECT_EQ(udfkit::sqlhelp::glob_match(pattern.c_str(), text.c_str()),
-                  sqlite3_strglob(pattern.c_str(), text.c_str()) == 0)
-            << "'" << pattern << "' '" << text << "'";
-    }
 }
