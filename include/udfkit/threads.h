@@ -53,17 +53,29 @@ UDFKIT_API extern int32_t JobBlocSize;
 /* Online processors, taken by every ThreadsInit. */
 UDFKIT_API extern int32_t NumCpu;
 
+/* A pool of nthreads workers (-1: one per online processor), each with a
+ * scratch buffer of size bytes (none for 0); null if its mutex cannot be
+ * initialised. */
 UDFKIT_API ThreadPool *ThreadsInit(int32_t nthreads, int32_t size);
+/* fn applied once to each of the count items.  A pool of one worker, or a
+ * single item, runs on the caller's thread with the pool's scratch buffer.
+ * With wait 0 the call returns at once and ThreadsWait must follow before
+ * the next run.  Both return 0. */
 UDFKIT_API int32_t ThreadsRun(ThreadPool *pool, ThreadJob fn, void **items, int32_t count,
                               int32_t wait);
 UDFKIT_API int32_t ThreadsWait(ThreadPool *pool);
+/* Stops the workers of an idle pool and releases everything it holds. */
 UDFKIT_API void ThreadsEnd(ThreadPool *pool);
+/* The result of sched_yield. */
 UDFKIT_API int ThreadYield(void);
 
+/* A spin lock on a 32-bit word (0: free) that yields the processor between
+ * attempts; the unlock stores 0 with release ordering. */
 UDFKIT_API void ThreadSpinLockInit(int32_t *lock);
 UDFKIT_API void ThreadSpinLock(int32_t *lock);
 UDFKIT_API void ThreadSpinUnlock(int32_t *lock);
 
+/* The POSIX mutex calls (default attributes); each returns its POSIX result. */
 UDFKIT_API int ThreadMutexInit(pthread_mutex_t *mutex);
 UDFKIT_API int ThreadMutexLock(pthread_mutex_t *mutex);
 UDFKIT_API int ThreadMutexTryLock(pthread_mutex_t *mutex);
