@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The showcase in PostgreSQL: a throw-away cluster with the extension from
-# the build, the demo customer table, then every file of demo/pg.
+# the build, the demo customer table, then every topic of demo/sql (or its
+# PostgreSQL version in demo/pg).
 #   demo/run_demo_pg.sh BUILD_DIR
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -15,5 +16,15 @@ pgc_psql -c "create extension udfkit"
     # are PostgreSQL's too.
     echo "set search_path = udfkit, pg_catalog, public;"
     cat "$here/customers.sql"
-    for f in "$here"/pg/*.sql; do cat "$f"; echo; done
+    # A topic whose queries PostgreSQL runs as written has no file in
+    # demo/pg: the SQLite file is used, its dot commands turned into psql's.
+    for f in "$here"/sql/*.sql; do
+        pg="$here/pg/$(basename "$f")"
+        if [ -f "$pg" ]; then
+            cat "$pg"
+        else
+            sed -e 's/^\.print/\\echo/' -e '/^\.mode /d' "$f"
+        fi
+        echo
+    done
 } | pgc_psql -P pager=off
